@@ -1,0 +1,27 @@
+#include "host/object.h"
+#include "host/text.h"
+#include "plugin/modConversione.h"
+#include "source/clsAmbulor.h"
+#include "source/recordset.h"
+
+namespace cnv {
+
+// Messages of MESSAGES into Appunti, every row, the text whole.
+bool clsAmbulor::ConvertiAppunti(const std::string& cod_cart, host::Value& paziente) {
+  try {
+    source::Recordset rs;
+    rs.Open("SELECT * from MESSAGES where CodCart = ('" + cod_cart + "')", conn_user_);
+    for (; !rs.Eof(); rs.MoveNext()) {
+      host::Call(host::Get(paziente, "Appunti"), "Salva",
+                 {"", DateText(rs.Field("Data_Iniz"), "01/01/2012"), host::Value::Bool(false),
+                  host::Value::Bool(false), TextOf(rs.Field("MESG")), TextOf(rs.Field("MESG")), ""});
+    }
+    rs.Close();
+    return true;
+  } catch (...) {
+    FailureTail(paziente, " - Appunti");
+    return false;
+  }
+}
+
+}  // namespace cnv

@@ -1,0 +1,29 @@
+#include "source/clsAmbulor.h"
+
+namespace cnv {
+
+// The categories that the host's option list can name, by keyword. A keyword
+// whose converter is still null matches nothing.
+const clsAmbulor::Categoria clsAmbulor::kCategorie[19] = {
+    {"allergie", &clsAmbulor::ConvertiAllergie},
+    {"appunti", &clsAmbulor::ConvertiAppunti},
+    {"bmi", &clsAmbulor::ConvertiBMI},
+    {"certificati", nullptr},
+    {"certificati inps", nullptr},
+    {"diagnosi", &clsAmbulor::ConvertiDiagnosi},
+    {"esenzioni", &clsAmbulor::ConvertiEsenzioni},
+    {"eventi", &clsAmbulor::ConvertiEventi},
+    {"piani terapeutici", nullptr},
+    {"prescrizioni esami laboratorio", nullptr},
+    {"prescrizioni farmaceutiche", nullptr},
+    {"prescrizioni libere", nullptr},
+    {"pressione arteriosa", &clsAmbulor::ConvertiPressioneArteriosa},
+    {"prestazioni", &clsAmbulor::ConvertiPrestazioni},
+    {"referti", nullptr},
+    {"registrazioni private", nullptr},
+    {"scansioni", nullptr},
+    {"vaccinazioni", &clsAmbulor::ConvertiVaccinazioni},
+    {"visite ambulatoriali", &clsAmbulor::ConvertiVisiteAmbulatoriali},
+};
+
+}  // namespace cnv

@@ -1,0 +1,72 @@
+#include "host/text.h"
+
+#include <unicode/locid.h>
+#include <unicode/unistr.h>
+#include <unicode/utf8.h>
+
+namespace host::text {
+namespace {
+
+std::string ToUtf8(const icu::UnicodeString& u) {
+  std::string out;
+  u.toUTF8String(out);
+  return out;
+}
+
+icu::UnicodeString FromUtf8(std::string_view s) {
+  return icu::UnicodeString::fromUTF8(icu::StringPiece(s.data(), static_cast<int32_t>(s.size())));
+}
+
+// Windows-1252 code points of the bytes 0x80 to 0x9F; the five bytes that the
+// code page leaves unassigned keep their C1 control code.
+constexpr char16_t kWindows1252High[32] = {
+    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+
+}  // namespace
+
+std::string Upper(std::string_view s) { return ToUtf8(FromUtf8(s).toUpper(icu::Locale::getItalian())); }
+
+std::string Lower(std::string_view s) { return ToUtf8(FromUtf8(s).toLower(icu::Locale::getItalian())); }
+
+std::string Left(std::string_view s, size_t n) {
+  int32_t offset = 0, length = static_cast<int32_t>(s.size());
+  for (size_t count = 0; count < n && offset < length; ++count) U8_FWD_1(s.data(), offset, length);
+  return std::string(s.substr(0, static_cast<size_t>(offset)));
+}
+
+size_t Length(std::string_view s) {
+  int32_t offset = 0, length = static_cast<int32_t>(s.size());
+  size_t count = 0;
+  for (; offset < length; ++count) U8_FWD_1(s.data(), offset, length);
+  return count;
+}
+
+std::string Trim(std::string_view s) {
+  size_t first = s.find_first_not_of(' ');
+  if (first == std::string_view::npos) return "";
+  size_t last = s.find_last_not_of(' ');
+  return std::string(s.substr(first, last - first + 1));
+}
+
+bool IsValidUtf8(std::string_view bytes) {
+  int32_t i = 0, length = static_cast<int32_t>(bytes.size());
+  while (i < length) {
+    UChar32 c;
+    U8_NEXT(bytes.data(), i, length, c);
+    if (c < 0) return false;
+  }
+  return true;
+}
+
+std::string FromLegacyBytes(std::string_view bytes) {
+  if (IsValidUtf8(bytes)) return std::string(bytes);
+  icu::UnicodeString u;
+  for (unsigned char b : bytes) {
+    u.append(b >= 0x80 && b < 0xA0 ? kWindows1252High[b - 0x80] : static_cast<char16_t>(b));
+  }
+  return ToUtf8(u);
+}
+
+}  // namespace host::text

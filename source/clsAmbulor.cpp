@@ -1,0 +1,81 @@
+#include "source/clsAmbulor.h"
+
+#include "host/object.h"
+#include "host/text.h"
+#include "plugin/modConversione.h"
+#include "source/recordset.h"
+
+namespace cnv {
+namespace {
+
+// The user database's file name is 11 characters long ("GX_USER.FDB"); the
+// folder is what is left of the path without it.
+constexpr size_t kUserFileNameLength = 11;
+
+std::string ConnectionTextOf(const std::string& path) {
+  return "Driver={Firebird/InterBase(r) driver};Uid=SYSDBA;Pwd=gravelpin; DbName=" + path;
+}
+
+}  // namespace
+
+clsAmbulor::clsAmbulor() = default;
+
+clsAmbulor::~clsAmbulor() { ChiudiDatabase(); }
+
+bool clsAmbulor::Init(const std::string& path_ambulor) {
+  try {
+    if (!EsisteFile(path_ambulor)) return false;
+    path_ambulor_ = path_ambulor;
+    return true;
+  } catch (...) {
+    host::Failure failure = host::CurrentFailure();
+    last_error_ = std::to_string(failure.number()) + " - " + failure.description();
+    return false;
+  }
+}
+
+void clsAmbulor::ApriDatabase() {
+  size_t length = host::text::Length(path_ambulor_);
+  if (length < kUserFileNameLength) host::failures::Raise(host::failures::kInvalidArgument);
+  std::string folder = host::text::Left(path_ambulor_, length - kUserFileNameLength);
+  conn_user_.Open(ConnectionTextOf(path_ambulor_));
+  conn_media_.Open(ConnectionTextOf(folder + "GX_MEDIA.FDB"));
+  conn_data_.Open(ConnectionTextOf(folder + "GX_DATA.FDB"));
+}
+
+void clsAmbulor::ChiudiDatabase() {
+  conn_user_.Close();
+  conn_media_.Close();
+  conn_data_.Close();
+}
+
+std::string clsAmbulor::ListaMedici() {
+  try {
+    ApriDatabase();
+    std::string lista;
+    source::Recordset rs;
+    rs.Open("Select * from STUDIO", conn_user_);
+    while (!rs.Eof()) {
+      if (!lista.empty()) lista += ";";
+      lista += host::text::Trim(TextOf(rs.Field("cognome")) + " " + TextOf(rs.Field("nome")));
+      rs.MoveNext();
+    }
+    rs.Close();
+    return lista;
+  } catch (...) {
+    host::Failure failure = host::CurrentFailure();
+    last_error_ = std::to_string(failure.number()) + " - " + failure.description();
+    return "";
+  }
+}
+
+void clsAmbulor::ErroreMsg(const std::string& msg, const host::Failure& failure) {
+  last_error_ = host::text::Trim(msg + " Errore " + std::to_string(failure.number()) + " " + failure.description());
+}
+
+void clsAmbulor::FailureTail(host::Value& paziente, const char* suffix) {
+  host::Failure failure = host::CurrentFailure();
+  ErroreMsg(TextOf(host::Get(paziente, "nomecompleto")) + suffix, failure);
+}
+
+}  // namespace cnv

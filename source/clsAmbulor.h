@@ -1,0 +1,95 @@
+// The worker behind Conversione: the state of one conversion (the three
+// source connections, the stop flag, the last failure text, the per-patient
+// lists), the opening of the databases and the doctors' list. Its Converti,
+// the main loop, lives in driver/; each category's converter in converters/,
+// one routine to a file named after it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "host/failure.h"
+#include "host/value.h"
+#include "source/connection.h"
+#include "source/keyed_list.h"
+
+namespace cnv {
+
+class clsAmbulor {
+ public:
+  clsAmbulor();
+  // Closes whatever connection is still open.
+  ~clsAmbulor();
+  clsAmbulor(const clsAmbulor&) = delete;
+  clsAmbulor& operator=(const clsAmbulor&) = delete;
+
+  // Keeps the path of the user database and gives true if a file lies there;
+  // a missing file gives false and leaves LastError as it was.
+  bool Init(const std::string& path_ambulor);
+
+  // Opens the three databases and gives the doctors of STUDIO as "surname
+  // name" entries joined by ";". On a failure: empty text, and LastError
+  // holds "number - description".
+  std::string ListaMedici();
+
+  const std::string& LastError() const { return last_error_; }
+
+  // The conversion run over all patients (driver/Converti.cpp). Gives true
+  // when the run reached its end or was stopped by the host, false with
+  // "number description" in LastError when a failure reached its trap.
+  bool Converti(const std::string& medico, const std::string& opzioni);
+
+  // Records a failure: LastError becomes msg, " Errore ", the number, a blank
+  // and the description, with blanks trimmed off the whole.
+  void ErroreMsg(const std::string& msg, const host::Failure& failure);
+
+ private:
+  // A converter of one category: reads its rows by the patient's key, hands
+  // them to the patient object, and gives false (with LastError written by
+  // ErroreMsg) when a failure ended it.
+  using Converter = bool (clsAmbulor::*)(const std::string& cod_cart, host::Value& paziente);
+  struct Categoria {
+    const char* keyword;  // lower case, as the host's option list is matched
+    Converter converter;  // null while the category has no converter
+  };
+  // The 19 categories by keyword (driver/keywords.cpp).
+  static const Categoria kCategorie[19];
+
+  void ApriDatabase();
+  void ChiudiDatabase();
+
+  bool ConvertiAnagrafica(const std::string& cod_cart, host::Value& paziente);
+
+  bool ConvertiAllergie(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiAppunti(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiBMI(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiDiagnosi(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiEsenzioni(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiEventi(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiPressioneArteriosa(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiPrestazioni(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiVaccinazioni(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiVisiteAmbulatoriali(const std::string& cod_cart, host::Value& paziente);
+
+  // Finds the first of the patient's problems whose Descrizione equals
+  // diagnosi exactly; sets id_problema and id_rif1 to its ID and idrif1, or
+  // to empty text when there is none.
+  void CercaProblema(host::Value& paziente, const host::Value& diagnosi, host::Value& id_problema,
+                     host::Value& id_rif1);
+
+  // The failure tail of a converter: LastError names the patient, the
+  // category's suffix (" - Appunti") and the failure under way.
+  void FailureTail(host::Value& paziente, const char* suffix);
+
+  std::string last_error_;
+  host::Value stop_ = host::Value::Bool(false);
+  std::string path_ambulor_;
+  source::Connection conn_user_;
+  source::Connection conn_media_;
+  source::Connection conn_data_;
+  std::unique_ptr<KeyedList> media_usati_;
+  std::unique_ptr<KeyedList> immagini_usate_;
+};
+
+}  // namespace cnv

@@ -1,0 +1,47 @@
+// A Firebird database written by the sample generator: created new, then
+// filled by statements and parameterised inserts. The reading side of the
+// project never writes; only the generator and the tests use this.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/value.h"
+
+namespace sample {
+
+// A row to insert: column name and value. Text goes in as its raw bytes (so a
+// column without character set can be given Windows-1252 bytes), Bytes into a
+// BLOB or binary column, Date, numbers, booleans and Null as they are.
+using Row = std::vector<std::pair<std::string, host::Value>>;
+
+class DatabaseWriter {
+ public:
+  ~DatabaseWriter();
+
+  // Creates a new database file (default character set NONE) in embedded
+  // mode. Raises host::Failure with the database's message when it can't.
+  static std::unique_ptr<DatabaseWriter> Create(const std::string& path);
+
+  // Runs one statement without parameters and commits it (for DDL).
+  void Execute(const std::string& sql);
+
+  // Inserts one row into a table, in the current transaction.
+  void Insert(const std::string& table, const Row& row);
+
+  // Commits the inserts so far and starts a new transaction.
+  void Commit();
+
+  // Commits and detaches. Safe to call twice.
+  void Close();
+
+  struct Impl;
+
+ private:
+  explicit DatabaseWriter(std::unique_ptr<Impl> impl);
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace sample
