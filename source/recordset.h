@@ -1,9 +1,11 @@
 // A forward-only recordset over one query, read field by field by name in
 // the manner of an ADO recordset. Values come as host::Value: Null told apart
-// from empty text, text as UTF-8 (legacy bytes that aren't valid UTF-8 read as
-// Windows-1252), integers as 16/32 bits, NUMERIC/DECIMAL/floating point and
-// BIGINT as double, DATE/TIME/TIMESTAMP as dates, BOOLEAN as boolean, text
-// BLOBs as text and binary BLOBs as bytes.
+// from empty text; text as UTF-8, decoded by the column's character set (bytes
+// without one are kept when valid UTF-8 and read as Windows-1252 otherwise),
+// CHAR with its blank padding; SMALLINT and INTEGER as 16/32-bit integers,
+// BIGINT, NUMERIC/DECIMAL with a scale and floating point as double; DATE and
+// TIMESTAMP as dates (whole seconds), TIME as a time of day on 30/12/1899;
+// BOOLEAN as boolean; text BLOBs as text; OCTETS and other BLOBs as bytes.
 #pragma once
 
 #include <memory>
@@ -22,19 +24,22 @@ class Recordset {
   Recordset(const Recordset&) = delete;
   Recordset& operator=(const Recordset&) = delete;
 
-  // Runs the query on an open connection and stands on its first row. Raises
-  // host::Failure with the database's number and description for a bad query
-  // or a connection that isn't open.
+  // Runs the query in the connection's transaction and stands on its first
+  // row; several recordsets of one connection may be open at once. Raises
+  // host::Failure with the database's number and description for a bad query,
+  // 3709 for a connection that isn't open and 3705 if this one already is.
   void Open(const std::string& sql, Connection& connection);
 
   // True once the rows are exhausted (at once for a query without rows).
+  // Like every call but Open and Close, raises 3704 on a closed recordset.
   bool Eof() const;
 
-  // Moves to the next row. Raises at Eof.
+  // Moves to the next row. Raises 3021 at Eof.
   void MoveNext();
 
-  // The value of a field of the current row, by name without regard to case.
-  // Raises 3265 for a name the query doesn't have, and at Eof.
+  // The value of a field of the current row, by name (the column's alias)
+  // without regard to case. Raises 3265 for a name the query doesn't have,
+  // and 3021 at Eof.
   host::Value Field(std::string_view name) const;
 
   // Releases the query. Closing twice does nothing.

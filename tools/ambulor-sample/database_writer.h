@@ -12,9 +12,12 @@
 
 namespace sample {
 
-// A row to insert: column name and value. Text goes in as its raw bytes (so a
-// column without character set can be given Windows-1252 bytes), Bytes into a
-// BLOB or binary column, Date, numbers, booleans and Null as they are.
+// A row to insert: column name (an SQL identifier, unquoted) and value. Text
+// goes in as its raw bytes (so a column without character set can be given
+// Windows-1252 bytes), Bytes into a BLOB or binary column, numbers, booleans
+// and Null as they are; the database converts a value to its column's type.
+// A Date goes into a DATE, TIME or TIMESTAMP column as it is and into a text
+// column as "dd/mm/yyyy"; a boolean into a number column as 1 or 0.
 using Row = std::vector<std::pair<std::string, host::Value>>;
 
 class DatabaseWriter {
@@ -25,10 +28,12 @@ class DatabaseWriter {
   // mode. Raises host::Failure with the database's message when it can't.
   static std::unique_ptr<DatabaseWriter> Create(const std::string& path);
 
-  // Runs one statement without parameters and commits it (for DDL).
+  // Runs one statement without parameters and commits it (for DDL), after
+  // committing the inserts so far.
   void Execute(const std::string& sql);
 
-  // Inserts one row into a table, in the current transaction.
+  // Inserts one row into a table, in the current transaction. Statements are
+  // prepared once for each table and list of columns.
   void Insert(const std::string& table, const Row& row);
 
   // Commits the inserts so far and starts a new transaction.

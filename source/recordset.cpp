@@ -1,0 +1,366 @@
+#include "source/recordset.h"
+
+#include <unicode/unistr.h>
+
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <unordered_map>
+#include <vector>
+
+#include "host/failure.h"
+#include "host/text.h"
+#include "source/firebird_client.h"
+
+namespace source {
+namespace {
+
+constexpr int32_t kBofOrEof = 3021;
+constexpr int32_t kObjectClosed = 3704;
+constexpr int32_t kObjectOpen = 3705;
+constexpr int32_t kConnectionClosed = 3709;
+
+[[noreturn]] void RaiseObjectClosed() {
+  throw host::Failure(kObjectClosed, "Operazione non consentita se l'oggetto è chiuso.");
+}
+
+[[noreturn]] void RaiseBofOrEof() {
+  throw host::Failure(kBofOrEof,
+                      "BOF o EOF è True oppure il record corrente è stato eliminato. L'operazione richiesta "
+                      "richiede un record corrente.");
+}
+
+std::string AsciiUpper(std::string_view s) {
+  std::string upper(s);
+  for (char& c : upper) {
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  }
+  return upper;
+}
+
+template <typename Number>
+Number Load(const unsigned char* data) {
+  Number n;
+  std::memcpy(&n, data, sizeof n);
+  return n;
+}
+
+// An exact NUMERIC or DECIMAL, mantissa times ten to the scale, as the double
+// nearest to its decimal value.
+double ScaledNumber(int64_t mantissa, int scale) {
+  char text[48];
+  const int length = std::snprintf(text, sizeof text, "%llde%d", static_cast<long long>(mantissa), scale);
+  double number = 0;
+  std::from_chars(text, text + length, number);
+  return number;
+}
+
+// A single precision number as the double of its shortest decimal form, so
+// that 0.1 stored as FLOAT reads as 0.1.
+double WidenFloat(float f) {
+  char text[32];
+  const auto end = std::to_chars(text, text + sizeof text, f).ptr;
+  double number = 0;
+  std::from_chars(text, end, number);
+  return number;
+}
+
+// The name under which ICU knows a Firebird character set.
+std::string IcuConverterName(const std::string& firebird_name) {
+  static const std::unordered_map<std::string, std::string> kExact = {
+      {"KOI8R", "KOI8-R"},       {"KOI8U", "KOI8-U"},         {"BIG_5", "Big5"},
+      {"GB_2312", "GB2312"},     {"KSC_5601", "windows-949"}, {"SJIS_0208", "Shift_JIS"},
+      {"EUCJ_0208", "EUC-JP"},   {"TIS620", "TIS-620"},       {"CP943C", "ibm-943_P15A-2003"}};
+  if (auto exact = kExact.find(firebird_name); exact != kExact.end()) return exact->second;
+  if (firebird_name.starts_with("WIN")) return "windows-" + firebird_name.substr(3);
+  if (firebird_name.starts_with("DOS")) return "ibm-" + firebird_name.substr(3);
+  if (firebird_name.starts_with("ISO8859_")) return "ISO-8859-" + firebird_name.substr(8);
+  return firebird_name;
+}
+
+// One column of the query's rows, as the database describes it.
+struct Column {
+  std::string name;  // the alias, in upper case
+  unsigned type = 0;
+  int sub_type = 0;
+  int scale = 0;
+  unsigned length = 0;
+  unsigned charset = 0;
+  unsigned offset = 0;
+  unsigned null_offset = 0;
+};
+
+}  // namespace
+
+struct Recordset::Impl {
+  firebird::Status status;
+  Firebird::IAttachment* attachment = nullptr;
+  Firebird::ITransaction* transaction = nullptr;
+  Firebird::IStatement* statement = nullptr;
+  Firebird::IMessageMetadata* metadata = nullptr;
+  Firebird::IResultSet* cursor = nullptr;
+  std::shared_ptr<const firebird::CharacterSets> character_sets;
+
+  std::vector<Column> columns;
+  std::unordered_map<std::string, size_t> column_by_name;  // first column of each upper-case name
+  std::vector<unsigned char> buffer;
+  std::vector<host::Value> row;
+  bool eof = true;
+
+  bool is_open() const { return cursor != nullptr; }
+
+  void DescribeColumns();
+  void Fetch();
+  host::Value Decode(const Column& column);
+  host::Value DecodeText(std::string_view bytes, unsigned charset, unsigned declared_bytes);
+  std::string ReadBlob(ISC_QUAD id);
+  unsigned BytesPerCharacter(unsigned charset) const;
+  void Release();
+};
+
+void Recordset::Impl::DescribeColumns() {
+  const unsigned count = metadata->getCount(&status);
+  columns.resize(count);
+  column_by_name.clear();
+  for (unsigned i = 0; i < count; ++i) {
+    Column& column = columns[i];
+    column.name = AsciiUpper(metadata->getAlias(&status, i));
+    column.type = metadata->getType(&status, i) & ~1u;
+    column.sub_type = metadata->getSubType(&status, i);
+    column.scale = metadata->getScale(&status, i);
+    column.length = metadata->getLength(&status, i);
+    column.charset = metadata->getCharSet(&status, i) & 0xFF;
+    column.offset = metadata->getOffset(&status, i);
+    column.null_offset = metadata->getNullOffset(&status, i);
+    column_by_name.emplace(column.name, i);
+  }
+  buffer.assign(metadata->getMessageLength(&status), 0);
+}
+
+void Recordset::Impl::Fetch() {
+  if (cursor->fetchNext(&status, buffer.data()) != Firebird::IStatus::RESULT_OK) {
+    eof = true;
+    row.clear();
+    return;
+  }
+  eof = false;
+  row.resize(columns.size());
+  for (size_t i = 0; i < columns.size(); ++i) row[i] = Decode(columns[i]);
+}
+
+unsigned Recordset::Impl::BytesPerCharacter(unsigned charset) const {
+  if (auto known = character_sets->find(charset); known != character_sets->end()) {
+    return known->second.bytes_per_character;
+  }
+  if (charset == firebird::kCharsetUtf8) return 4;
+  if (charset == firebird::kCharsetUnicodeFss) return 3;
+  return 1;
+}
+
+// Text in a character set, as UTF-8. A CHAR column keeps its blank padding,
+// cut back to the declared number of characters when the character set
+// takes more than one byte for a character (declared_bytes is 0 for text
+// of no fixed length).
+host::Value Recordset::Impl::DecodeText(std::string_view bytes, unsigned charset, unsigned declared_bytes) {
+  std::string text;
+  switch (charset) {
+    case firebird::kCharsetOctets:
+      return host::Value::Bytes(std::vector<uint8_t>(bytes.begin(), bytes.end()));
+    case firebird::kCharsetUtf8:
+    case firebird::kCharsetUnicodeFss:
+      text = bytes;
+      break;
+    case firebird::kCharsetNone:
+    case firebird::kCharsetAscii:
+      text = host::text::FromLegacyBytes(bytes);
+      break;
+    default: {
+      const auto known = character_sets->find(charset);
+      if (known == character_sets->end()) {
+        text = host::text::FromLegacyBytes(bytes);
+        break;
+      }
+      const icu::UnicodeString unicode(bytes.data(), static_cast<int32_t>(bytes.size()),
+                                       IcuConverterName(known->second.name).c_str());
+      if (unicode.isBogus()) {
+        text = host::text::FromLegacyBytes(bytes);
+      } else {
+        unicode.toUTF8String(text);
+      }
+    }
+  }
+  const unsigned bytes_per_character = BytesPerCharacter(charset);
+  if (declared_bytes > 0 && bytes_per_character > 1) {
+    text = host::text::Left(text, declared_bytes / bytes_per_character);
+  }
+  return host::Value(std::move(text));
+}
+
+std::string Recordset::Impl::ReadBlob(ISC_QUAD id) {
+  Firebird::IBlob* blob = attachment->openBlob(&status, transaction, &id, 0, nullptr);
+  std::string content;
+  try {
+    std::vector<char> segment(65535);
+    for (;;) {
+      unsigned length = 0;
+      const int result = blob->getSegment(&status, static_cast<unsigned>(segment.size()), segment.data(), &length);
+      if (result != Firebird::IStatus::RESULT_OK && result != Firebird::IStatus::RESULT_SEGMENT) break;
+      content.append(segment.data(), length);
+    }
+    blob->close(&status);
+  } catch (...) {
+    blob->release();
+    throw;
+  }
+  return content;
+}
+
+host::Value Recordset::Impl::Decode(const Column& column) {
+  if (Load<int16_t>(buffer.data() + column.null_offset) != 0) return host::Value::Null();
+  const unsigned char* data = buffer.data() + column.offset;
+  switch (column.type) {
+    case SQL_SHORT: {
+      const auto n = Load<int16_t>(data);
+      return column.scale == 0 ? host::Value::I16(n) : host::Value(ScaledNumber(n, column.scale));
+    }
+    case SQL_LONG: {
+      const auto n = Load<int32_t>(data);
+      return column.scale == 0 ? host::Value::I32(n) : host::Value(ScaledNumber(n, column.scale));
+    }
+    case SQL_INT64: {
+      const auto n = Load<int64_t>(data);
+      return column.scale == 0 ? host::Value(static_cast<double>(n)) : host::Value(ScaledNumber(n, column.scale));
+    }
+    case SQL_FLOAT:
+      return host::Value(WidenFloat(Load<float>(data)));
+    case SQL_DOUBLE:
+    case SQL_D_FLOAT:
+      return host::Value(Load<double>(data));
+    case SQL_BOOLEAN:
+      return host::Value::Bool(*data != 0);
+    case SQL_TYPE_DATE: {
+      unsigned year = 0, month = 0, day = 0;
+      firebird::Util()->decodeDate(Load<ISC_DATE>(data), &year, &month, &day);
+      return host::Value(host::Date{static_cast<int>(year), static_cast<int>(month), static_cast<int>(day)});
+    }
+    case SQL_TYPE_TIME: {
+      unsigned hour = 0, minute = 0, second = 0, fraction = 0;
+      firebird::Util()->decodeTime(Load<ISC_TIME>(data), &hour, &minute, &second, &fraction);
+      return host::Value(host::Date{1899, 12, 30, static_cast<int>(hour), static_cast<int>(minute),
+                                    static_cast<int>(second)});
+    }
+    case SQL_TIMESTAMP: {
+      const auto stamp = Load<ISC_TIMESTAMP>(data);
+      unsigned year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, fraction = 0;
+      firebird::Util()->decodeDate(stamp.timestamp_date, &year, &month, &day);
+      firebird::Util()->decodeTime(stamp.timestamp_time, &hour, &minute, &second, &fraction);
+      return host::Value(host::Date{static_cast<int>(year), static_cast<int>(month), static_cast<int>(day),
+                                    static_cast<int>(hour), static_cast<int>(minute), static_cast<int>(second)});
+    }
+    case SQL_TEXT:
+      return DecodeText(std::string_view(reinterpret_cast<const char*>(data), column.length), column.charset,
+                        column.length);
+    case SQL_VARYING: {
+      const auto length = Load<uint16_t>(data);
+      return DecodeText(std::string_view(reinterpret_cast<const char*>(data) + sizeof(uint16_t), length),
+                        column.charset, 0);
+    }
+    case SQL_BLOB: {
+      std::string content = ReadBlob(Load<ISC_QUAD>(data));
+      if (column.sub_type == isc_blob_text) return DecodeText(content, column.charset, 0);
+      return host::Value::Bytes(std::vector<uint8_t>(content.begin(), content.end()));
+    }
+    default:
+      // Arrays and untyped Nulls: nothing that the conversion reads.
+      return host::Value::Null();
+  }
+}
+
+void Recordset::Impl::Release() {
+  if (cursor != nullptr) {
+    try {
+      cursor->close(&status);
+      cursor = nullptr;
+    } catch (const Firebird::FbException&) {
+      firebird::Release(cursor);
+    }
+  }
+  if (statement != nullptr) {
+    try {
+      statement->free(&status);
+      statement = nullptr;
+    } catch (const Firebird::FbException&) {
+      firebird::Release(statement);
+    }
+  }
+  firebird::Release(metadata);
+  firebird::Release(transaction);
+  firebird::Release(attachment);
+  character_sets.reset();
+  columns.clear();
+  column_by_name.clear();
+  buffer.clear();
+  row.clear();
+  eof = true;
+}
+
+Recordset::Recordset() : impl_(std::make_unique<Impl>()) {}
+
+Recordset::~Recordset() { Close(); }
+
+void Recordset::Open(const std::string& sql, Connection& connection) {
+  if (impl_->is_open()) throw host::Failure(kObjectOpen, "Operazione non consentita se l'oggetto è aperto.");
+  if (!connection.is_open()) {
+    throw host::Failure(kConnectionClosed,
+                        "La connessione non può essere utilizzata per eseguire questa operazione. È chiusa o "
+                        "non valida in questo contesto.");
+  }
+  Impl& r = *impl_;
+  Connection::Impl& c = connection.impl();
+  r.attachment = c.attachment;
+  r.attachment->addRef();
+  r.transaction = c.transaction;
+  r.transaction->addRef();
+  r.character_sets = c.character_sets;
+  try {
+    r.statement = r.attachment->prepare(&r.status, r.transaction, 0, sql.c_str(), SQL_DIALECT_V6,
+                                        Firebird::IStatement::PREPARE_PREFETCH_METADATA);
+    r.metadata = r.statement->getOutputMetadata(&r.status);
+    r.DescribeColumns();
+    r.cursor = r.statement->openCursor(&r.status, r.transaction, nullptr, nullptr, r.metadata, 0);
+    r.Fetch();
+  } catch (const Firebird::FbException& error) {
+    r.Release();
+    throw firebird::FailureOf(error);
+  } catch (...) {
+    r.Release();
+    throw;
+  }
+}
+
+bool Recordset::Eof() const {
+  if (!impl_->is_open()) RaiseObjectClosed();
+  return impl_->eof;
+}
+
+void Recordset::MoveNext() {
+  if (!impl_->is_open()) RaiseObjectClosed();
+  if (impl_->eof) RaiseBofOrEof();
+  try {
+    impl_->Fetch();
+  } catch (const Firebird::FbException& error) {
+    throw firebird::FailureOf(error);
+  }
+}
+
+host::Value Recordset::Field(std::string_view name) const {
+  if (!impl_->is_open()) RaiseObjectClosed();
+  const auto found = impl_->column_by_name.find(AsciiUpper(name));
+  if (found == impl_->column_by_name.end()) host::failures::Raise(host::failures::kItemNotFound);
+  if (impl_->eof) RaiseBofOrEof();
+  return impl_->row[found->second];
+}
+
+void Recordset::Close() { impl_->Release(); }
+
+}  // namespace source

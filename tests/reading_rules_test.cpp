@@ -1,0 +1,153 @@
+// The reading rules and shared routines that every converter leans on.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <fstream>
+
+#include "host/failure.h"
+#include "host/text.h"
+#include "plugin/modConversione.h"
+#include "source/keyed_list.h"
+
+namespace {
+
+using host::Date;
+using host::Value;
+
+int FailureNumberOf(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const host::Failure& failure) {
+    return failure.number();
+  }
+  return 0;
+}
+
+TEST(TextOf, EveryValueTypeBecomesText) {
+  EXPECT_EQ(cnv::TextOf(Value()), "");
+  EXPECT_EQ(cnv::TextOf(Value::Null()), "");
+  EXPECT_EQ(cnv::TextOf(Value("Rossi")), "Rossi");
+  EXPECT_EQ(cnv::TextOf(Value::I16(-7)), "-7");
+  EXPECT_EQ(cnv::TextOf(Value::I32(123456)), "123456");
+  EXPECT_EQ(cnv::TextOf(Value(72.5)), "72.5");
+  EXPECT_EQ(cnv::TextOf(Value(80.0)), "80");
+  EXPECT_EQ(cnv::TextOf(Value::Bool(true)), "True");
+  EXPECT_EQ(cnv::TextOf(Value(Date{1950, 3, 7})), "07/03/1950");
+  EXPECT_EQ(cnv::TextOf(Value(Date{2019, 12, 31, 8, 5, 0})), "31/12/2019 08:05:00");
+  EXPECT_EQ(cnv::TextOf(Value::Bytes({'a', 0xE8})), "a\xC3\xA8");
+  EXPECT_EQ(FailureNumberOf([] { cnv::TextOf(Value(host::ObjectRef())); }), host::failures::kTypeMismatch);
+}
+
+TEST(DateText, DatesTimestampsAndTexts) {
+  EXPECT_EQ(cnv::DateText(Value(Date{2014, 1, 5})), "05/01/2014");
+  EXPECT_EQ(cnv::DateText(Value(Date{2014, 1, 5, 23, 59, 59})), "05/01/2014");
+  EXPECT_EQ(cnv::DateText(Value("5/1/2014")), "05/01/2014");
+  EXPECT_EQ(cnv::DateText(Value("2014-01-05 10:30")), "05/01/2014");
+  EXPECT_EQ(cnv::DateText(Value("05.01.14")), "05/01/2014");
+  EXPECT_EQ(cnv::DateText(Value("  05/01/2014  ")), "05/01/2014");
+  EXPECT_EQ(cnv::DateText(Value::Null()), "");
+  EXPECT_EQ(cnv::DateText(Value("")), "");
+  // A text that reads as no date goes on unchanged.
+  EXPECT_EQ(cnv::DateText(Value("revocato")), "revocato");
+  EXPECT_EQ(cnv::DateText(Value("31/02/2014")), "31/02/2014");
+}
+
+TEST(DateText, FallbackCoversNullAndNonDates) {
+  EXPECT_EQ(cnv::DateText(Value::Null(), "01/01/2012"), "01/01/2012");
+  EXPECT_EQ(cnv::DateText(Value("n.d."), "01/01/2014"), "01/01/2014");
+  EXPECT_EQ(cnv::DateText(Value("29/02/2013"), "01/01/2012"), "01/01/2012");
+  EXPECT_EQ(cnv::DateText(Value("29/02/2012"), "01/01/2014"), "29/02/2012");
+  EXPECT_EQ(cnv::DateText(Value(Date{1900, 1, 1}), "01/01/2012"), "01/01/1900");
+}
+
+TEST(NumberOf, LongestNumericBeginning) {
+  EXPECT_EQ(cnv::NumberOf(Value("120")), 120);
+  EXPECT_EQ(cnv::NumberOf(Value(" 7 2.5 kg")), 72.5);
+  EXPECT_EQ(cnv::NumberOf(Value("7,5")), 7);
+  EXPECT_EQ(cnv::NumberOf(Value("0,5")), 0);
+  EXPECT_EQ(cnv::NumberOf(Value("-3.25")), -3.25);
+  EXPECT_EQ(cnv::NumberOf(Value("+4")), 4);
+  EXPECT_EQ(cnv::NumberOf(Value(".5")), 0.5);
+  EXPECT_EQ(cnv::NumberOf(Value("1e3x")), 1000);
+  EXPECT_EQ(cnv::NumberOf(Value("2e")), 2);
+  EXPECT_EQ(cnv::NumberOf(Value("abc")), 0);
+  EXPECT_EQ(cnv::NumberOf(Value("-")), 0);
+  EXPECT_EQ(cnv::NumberOf(Value("")), 0);
+  EXPECT_EQ(cnv::NumberOf(Value::Null()), 0);
+  EXPECT_EQ(cnv::NumberOf(Value(24.75)), 24.75);
+  EXPECT_EQ(cnv::NumberOf(Value::I16(80)), 80);
+}
+
+TEST(BytesOf, BinaryTextAndNull) {
+  EXPECT_EQ(cnv::BytesOf(Value::Bytes({0x1F, 0x8B, 0x08})), (std::vector<uint8_t>{0x1F, 0x8B, 0x08}));
+  EXPECT_TRUE(cnv::BytesOf(Value::Null()).empty());
+  EXPECT_EQ(cnv::BytesOf(Value("ab")), (std::vector<uint8_t>{'a', 'b'}));
+}
+
+TEST(Percentuale, RoundsToFourDecimalsThenFloors) {
+  EXPECT_EQ(cnv::Percentuale(1, 3), 33);
+  EXPECT_EQ(cnv::Percentuale(2, 3), 66);
+  EXPECT_EQ(cnv::Percentuale(1, 1), 100);
+  EXPECT_EQ(cnv::Percentuale(0, 5), 0);
+  EXPECT_EQ(cnv::Percentuale(1999, 2000), 99);
+  EXPECT_EQ(cnv::Percentuale(3, 8), 37);
+  // 0.99996 rounds to 1.0000 at four decimals before the floor.
+  EXPECT_EQ(cnv::Percentuale(24999, 25000), 100);
+  EXPECT_EQ(FailureNumberOf([] { cnv::Percentuale(1, 0); }), host::failures::kDivisionByZero);
+}
+
+TEST(RaddoppiaApici, DoublesEverySingleQuote) {
+  EXPECT_EQ(cnv::RaddoppiaApici("D'Angelo"), "D''Angelo");
+  EXPECT_EQ(cnv::RaddoppiaApici("''"), "''''");
+  EXPECT_EQ(cnv::RaddoppiaApici("Rossi"), "Rossi");
+  EXPECT_EQ(cnv::RaddoppiaApici(""), "");
+}
+
+TEST(EsisteFile, EmptyFilesCountBlanksAndFoldersDoNot) {
+  auto dir = std::filesystem::temp_directory_path() / "kairon-esistefile";
+  std::filesystem::create_directories(dir);
+  std::ofstream(dir / "empty.fdb").close();
+  EXPECT_TRUE(cnv::EsisteFile((dir / "empty.fdb").string()));
+  EXPECT_FALSE(cnv::EsisteFile((dir / "missing.fdb").string()));
+  EXPECT_FALSE(cnv::EsisteFile("   "));
+  EXPECT_FALSE(cnv::EsisteFile(""));
+  EXPECT_FALSE(cnv::EsisteFile(dir.string()));
+  std::filesystem::remove_all(dir);
+}
+
+TEST(Text, CharactersNotBytes) {
+  EXPECT_EQ(host::text::Upper("niccolò d'àngelo"), "NICCOLÒ D'ÀNGELO");
+  EXPECT_EQ(host::text::Lower("Certificati INPS"), "certificati inps");
+  EXPECT_EQ(host::text::Left("àèìòù", 3), "àèì");
+  EXPECT_EQ(host::text::Left("ab", 30), "ab");
+  EXPECT_EQ(host::text::Length("perché"), 6u);
+  EXPECT_EQ(host::text::Trim("  a b \t "), "a b \t");
+  EXPECT_EQ(host::text::FromLegacyBytes("Nicol\xF2"), "Nicolò");
+  EXPECT_EQ(host::text::FromLegacyBytes("\x80 \x92"), "€ ’");
+  EXPECT_EQ(host::text::FromLegacyBytes("già UTF-8"), "già UTF-8");
+}
+
+TEST(KeyedList, KeysIgnoreCaseAndRefuseDuplicates) {
+  cnv::KeyedList list;
+  list.Add("I12");
+  EXPECT_TRUE(list.Contains("i12"));
+  EXPECT_FALSE(list.Contains("I1"));
+  EXPECT_EQ(FailureNumberOf([&] { list.Add("i12"); }), host::failures::kDuplicateKey);
+}
+
+TEST(Value, ConversionsAndTruth) {
+  EXPECT_TRUE(cnv::IsTrue(Value::Bool(true)));
+  EXPECT_TRUE(cnv::IsTrue(Value::I16(-1)));
+  EXPECT_FALSE(cnv::IsTrue(Value::I16(1)));
+  EXPECT_FALSE(cnv::IsTrue(Value("True")));
+  EXPECT_FALSE(cnv::IsTrue(Value()));
+  EXPECT_TRUE(host::TruthOf(Value::I32(2)));
+  EXPECT_FALSE(host::TruthOf(Value()));
+  EXPECT_EQ(FailureNumberOf([] { host::TruthOf(Value::Null()); }), host::failures::kInvalidUseOfNull);
+  EXPECT_EQ(FailureNumberOf([] { host::Get(Value("x"), "Salva"); }), host::failures::kObjectRequired);
+  EXPECT_FALSE(host::DateOf(Value(Date{2013, 2, 29})).has_value());
+  EXPECT_TRUE(host::SameName("nomecompleto", "NomeCompleto"));
+}
+
+}  // namespace
