@@ -4,7 +4,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -31,10 +33,23 @@ struct Table {
 std::vector<Table> DefaultSchema();
 
 // Changes the type of a column of a table in schema; raises if there's none.
+// Names compare without regard to case. All three raise std::invalid_argument
+// for a table or column that schema doesn't have.
 void SetColumnType(std::vector<Table>& schema, const std::string& table, const std::string& column,
                    const std::string& type);
 void DropColumn(std::vector<Table>& schema, const std::string& table, const std::string& column);
 void DropTable(std::vector<Table>& schema, const std::string& table);
+
+// Raised by Archive::Create, before anything is touched, when a database file
+// is already in the folder and force wasn't given.
+class ExistingArchive : public std::runtime_error {
+ public:
+  explicit ExistingArchive(const std::string& path) : std::runtime_error(path + " already exists"), path_(path) {}
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
 
 class Archive {
  public:
@@ -46,7 +61,10 @@ class Archive {
                                          bool force = false);
 
   // Inserts one row into a table, on the database the schema puts it in;
-  // columns not named are Null.
+  // columns not named are Null. Values for a table or column that the
+  // default schema has and this archive's schema dropped are left out, so a
+  // test can drop a column and still insert its usual rows; a name that
+  // neither schema knows raises std::invalid_argument.
   void Insert(const std::string& table, const Row& row);
 
   // Commits everything and closes the three databases. Safe to call twice.
@@ -57,6 +75,7 @@ class Archive {
 
  private:
   Archive() = default;
+  DatabaseWriter& writer(Database database);
   std::string dir_;
   std::vector<Table> schema_;
   std::unique_ptr<DatabaseWriter> user_, media_, data_;
@@ -66,16 +85,21 @@ struct SampleOptions {
   int patients = 200;
   uint64_t seed = 1;
   bool force = false;
+  // Called after each patient with the number written so far and the total.
+  std::function<void(int written, int total)> progress;
 };
 
 // What GenerateSample wrote, for the command line's closing line.
 struct SampleSummary {
   int patients = 0;
-  int rows = 0;  // all rows of all tables
-  int files = 0; // rows with a binary document
+  int rows = 0;   // all rows of all tables
+  int files = 0;  // rows with a binary document
 };
 
-// Writes a realistic archive into dir: the same files for the same options.
+// Writes a realistic archive into dir: the same content for the same patients
+// and seed. A few fixed awkward patients come first, whatever the seed (as
+// many of them as patients allows), then ordinary ones. Raises
+// ExistingArchive as Archive::Create does.
 SampleSummary GenerateSample(const std::string& dir, const SampleOptions& options);
 
 }  // namespace sample

@@ -8,8 +8,11 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
+#include "host/component.h"
 #include "host/object.h"
 
 namespace refhost {
@@ -20,12 +23,13 @@ class Plugin {
   // Loads the library and looks up its entry points. Raises
   // std::runtime_error with dlerror's text when it can't.
   explicit Plugin(const std::string& path);
+  // Unloads the library, unless it still reports live objects.
   ~Plugin();
   Plugin(const Plugin&) = delete;
   Plugin& operator=(const Plugin&) = delete;
 
   // A new Conversione, created through DllGetClassObject with its class
-  // identity.
+  // identity. Raises std::runtime_error when the library refuses it.
   host::ObjectRef CreateConversione();
 
   // The library's own answer to DllCanUnloadNow (0: no object alive).
@@ -38,28 +42,76 @@ class Plugin {
 // The class identity of Conversione.
 extern const char* const kConversioneClassId;
 
+// A class identity from its registry form "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}".
+// Raises std::invalid_argument for anything else.
+host::ClassId ParseClassId(std::string_view text);
+
+// The plug-in's fixed properties, in the order the info command prints them:
+// NomeProgramma, TipoOrigine, the Default... properties, ListaOpzioni.
+// Passes on a host::Failure that reading one of them raises.
+std::vector<std::pair<std::string, host::Value>> ReadInfo(const host::ObjectRef& conversione);
+
+// info --json: one JSON object, property name to value (text as a string,
+// integers as numbers).
+std::string InfoJson(const std::vector<std::pair<std::string, host::Value>>& info);
+
+struct TestOutcome {
+  bool result = false;
+  std::string lista_medici;  // as returned
+  std::string last_error;
+};
+
+// Calls Test with conn, as given. Passes on a host::Failure that Test raises.
+TestOutcome RunTest(const host::ObjectRef& conversione, const std::string& conn);
+
+// test --json: {"result": bool, "ListaMedici": text, "LastError": text}.
+std::string TestJson(const TestOutcome& outcome);
+
+// The doctors of a ListaMedici text (separated by ";"), first to last.
+std::vector<std::string> SplitDoctors(const std::string& lista_medici);
+
+// Every category of a ListaOpzioni text, blanks around each taken off,
+// joined by ";": the option list that Converti gets by default.
+std::string DefaultOptions(const std::string& lista_opzioni);
+
+// The members of --utente: a JSON object whose members are texts (numbers
+// and booleans are taken as their JSON text). Raises std::runtime_error for
+// anything else.
+std::map<std::string, std::string> ParseUtente(const std::string& json);
+
+// The doctor that utente describes when nothing else is given.
+std::map<std::string, std::string> DefaultUtente();
+
 struct ConvertOptions {
-  std::string conn;                    // connection text, as given to Test
-  std::string archive;                 // SQLite file to write
-  std::optional<std::string> options;  // default: every category of ListaOpzioni joined by ";"
-  std::optional<std::string> medico;   // default: the first doctor of the list
-  std::string from, to;                // FiltroDa, FiltroA
-  std::string trace;                   // trace file, empty for none
+  std::string conn;                                  // connection text, as given to Test
+  std::string archive;                               // SQLite file to write
+  std::optional<std::string> options;                // default: every category of ListaOpzioni joined by ";"
+  std::optional<std::string> medico;                 // default: the first doctor of the list
+  std::string from, to;                              // FiltroDa, FiltroA
+  std::string trace;                                 // trace file, empty for none
   std::string icd9_csv, farmaci_csv, esenzioni_csv;  // default: data/ catalogues
-  std::string data_dir;                // where the default catalogues lie
-  std::map<std::string, std::string> utente;  // text members of utente
-  std::string tempdir;                 // overrides utente's tempdir; empty: a new temporary folder, removed at the end
-  std::vector<std::string> fail;       // "MEMBER@N" or "Obj.MEMBER@N"
+  std::string data_dir;                              // where the default catalogues and province.csv lie
+  std::map<std::string, std::string> utente;         // text members of utente, over DefaultUtente()
+  std::string tempdir;            // overrides utente's tempdir; empty: a new temporary folder, removed at the end
+  std::vector<std::string> fail;  // "MEMBER@N" or "Obj.MEMBER@N"
   bool overwrite = false;
-  bool progress = false;               // draw a progress bar on standard error
+  bool progress = false;    // draw a progress bar on standard error
+  int stop_at_patient = 0;  // >0: Stop is set in the UpdateProgress of that patient (counted from 1), as a Ctrl-C would
+};
+
+// A failure that the plug-in raised out of Test or Converti.
+struct PluginFailure {
+  int32_t number = 0;
+  std::string description;
 };
 
 struct ConvertOutcome {
   bool test_result = false;
-  bool result = false;                 // Converti's result (false if Test gave false)
+  bool result = false;  // Converti's result (false if Test gave false)
   std::string last_error;
   std::string lista_medici;
-  std::map<std::string, int64_t> records_per_store;
+  std::optional<PluginFailure> raised;               // Test or Converti raised instead of answering
+  std::map<std::string, int64_t> records_per_store;  // every Salva, by store
   int patients_ok = 0, patients_err = 0;
   int64_t files = 0, file_bytes = 0;
   double seconds = 0;
@@ -67,10 +119,12 @@ struct ConvertOutcome {
 
 // Runs Test and Converti on conversione as the convert command does, filing
 // into a new archive. Raises std::runtime_error for unusable arguments (an
-// existing archive without overwrite, an unreadable catalogue, a bad --fail).
+// existing archive without overwrite, an unreadable catalogue, a bad --fail),
+// before anything is written.
 ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions& options);
 
-// Ctrl-C: the first asks the run under way to stop after its patient.
+// Ctrl-C: the first asks the run under way to stop after its patient. Safe
+// to call from a signal handler.
 void RequestStop();
 
 }  // namespace refhost

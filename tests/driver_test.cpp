@@ -1,0 +1,188 @@
+// The conversion run end to end: real Firebird files, the reference host's
+// objects, the plug-in's Conversione in this process; checked on the trace.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/fixture.h"
+
+namespace {
+
+using fixture::Bool;
+using fixture::I32;
+using fixture::Text;
+using host::Value;
+using ::testing::ElementsAre;
+
+// Six rows of PAZIENTI in surname order; Bassi has no key and Conti an empty
+// one, so they count towards the total without being converted.
+class DriverTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    auto archive = sample::Archive::Create(dir_.path().string());
+    archive->Insert("STUDIO", {{"cognome", "Verdi"}, {"nome", "Anna"}});
+    archive->Insert("PAZIENTI", fixture::Patient("P1", "Abate"));
+    archive->Insert("PAZIENTI", fixture::Patient("", "Conti"));
+    archive->Insert("PAZIENTI", fixture::Patient("P4", "D'Angelo"));
+    archive->Insert("PAZIENTI", fixture::Patient("P5", "Rossi"));
+    archive->Insert("PAZIENTI", fixture::Patient("P6", "Zanetti"));
+    sample::Row bassi = fixture::Patient("", "Bassi");
+    bassi[0].second = Value::Null();
+    archive->Insert("PAZIENTI", bassi);
+    archive->Insert("BIOMETRIC", {{"CodCart", "P5"}, {"PADIST", "80"}, {"PASIST", "120"}, {"Data", host::Date{2020, 5, 4}}});
+    archive->Close();
+  }
+
+  fixture::Run Convert(refhost::ConvertOptions options = {}) { return fixture::Convert(dir_ / "GX_USER.FDB", options); }
+
+  static std::vector<int> Progress(const fixture::Run& run) {
+    std::vector<int> percents;
+    for (const auto& args : run.ArgsOf("Interface", "UpdateProgress")) percents.push_back(args[0]["value"]);
+    return percents;
+  }
+
+  fixture::TempDir dir_;
+};
+
+TEST_F(DriverTest, WholeRunReportsEveryPhaseAndPatient) {
+  refhost::ConvertOptions options;
+  options.options = "";
+  fixture::Run run = Convert(options);
+  EXPECT_TRUE(run.outcome.result);
+  EXPECT_THAT(run.Messages(),
+              ElementsAre("AddMsg: Apertura database di origine", "ChangeMsg: OK", "AddMsg: Inizio conversione pazienti",
+                          "ChangeMsg: OK", "AddMsg: Inizializzazione archivio...", "ChangeMsg: OK",
+                          "AddMsg: ABATE MARIO...", "ChangeMsg: OK", "AddMsg: D'ANGELO MARIO...", "ChangeMsg: OK",
+                          "AddMsg: ROSSI MARIO...", "ChangeMsg: OK", "AddMsg: ZANETTI MARIO...", "ChangeMsg: OK"));
+  // Rows without a key count, but get no progress of their own.
+  EXPECT_THAT(Progress(run), ElementsAre(16, 66, 83, 100));
+  auto dai = run.ArgsOf("Interface", "DaiPaziente");
+  ASSERT_EQ(dai.size(), 4u);
+  EXPECT_EQ(dai[1], fixture::json::array({Text("D'Angelo"), Text("Mario"), Text("RSSMRA50C07H501X"),
+                                          Text("07/03/1950"), Text("80380800000000000001")}));
+  // Every UpdateProgress hands Stop by reference, still false.
+  EXPECT_EQ(run.Calls("Interface", "UpdateProgress")[0]["args"][1], Bool(false));
+}
+
+TEST_F(DriverTest, SurnameFilters) {
+  refhost::ConvertOptions between;
+  between.from = "D'Angelo";
+  between.to = "Rossi";
+  fixture::Run run = Convert(between);
+  EXPECT_TRUE(run.outcome.result);
+  ASSERT_EQ(run.ArgsOf("Interface", "DaiPaziente").size(), 2u);
+  // The count of selected rows is set against all rows: the run ends short of 100.
+  EXPECT_THAT(Progress(run), ElementsAre(16, 33));
+
+  refhost::ConvertOptions from_only;
+  from_only.from = "R";
+  EXPECT_EQ(Convert(from_only).ArgsOf("Interface", "DaiPaziente").size(), 2u);
+
+  refhost::ConvertOptions to_only;
+  to_only.to = "Abate";
+  EXPECT_EQ(Convert(to_only).ArgsOf("Interface", "DaiPaziente").size(), 1u);
+
+  refhost::ConvertOptions inverted;
+  inverted.from = "Z";
+  inverted.to = "A";
+  fixture::Run none = Convert(inverted);
+  EXPECT_TRUE(none.outcome.result);
+  EXPECT_TRUE(none.ArgsOf("Interface", "DaiPaziente").empty());
+}
+
+TEST_F(DriverTest, OptionsAreMatchedByKeywordInTheirOrder) {
+  refhost::ConvertOptions twice;
+  twice.options = "Pressione Arteriosa;PRESSIONE ARTERIOSA; Appunti;Sconosciuta;";
+  fixture::Run run = Convert(twice);
+  EXPECT_EQ(run.Calls("Pressione", "Salva").size(), 2u);
+  EXPECT_TRUE(run.Calls("Appunti", "Salva").empty());
+
+  // The form of ListaOpzioni, with blanks after the semicolons, runs its
+  // first category only.
+  refhost::ConvertOptions listed;
+  listed.options = "Pressione Arteriosa; Pressione Arteriosa";
+  EXPECT_EQ(Convert(listed).Calls("Pressione", "Salva").size(), 1u);
+}
+
+TEST_F(DriverTest, StopDuringTheLastPatientEndsLikeAFinishedRun) {
+  refhost::ConvertOptions stop_last;
+  stop_last.stop_at_patient = 4;
+  fixture::Run last = Convert(stop_last);
+  EXPECT_TRUE(last.outcome.result);
+  EXPECT_EQ(last.ArgsOf("Interface", "DaiPaziente").size(), 4u);
+
+  refhost::ConvertOptions stop_first;
+  stop_first.stop_at_patient = 1;
+  fixture::Run first = Convert(stop_first);
+  EXPECT_TRUE(first.outcome.result);
+  // The patient for whom the stop came is still converted in full.
+  EXPECT_EQ(first.ArgsOf("Interface", "DaiPaziente").size(), 1u);
+  EXPECT_EQ(first.Calls("Interface", "ImportaAnagrafica").size(), 1u);
+  EXPECT_EQ(first.Messages().back(), "ChangeMsg: OK");
+}
+
+TEST_F(DriverTest, HostFailuresReachTheRightTrap) {
+  // In the driver itself: the run ends with "Errore" and the failure.
+  for (const char* member : {"DaiPaziente@2", "UpdateProgress@1", "AddMsg@3", "ChangeMsg@5"}) {
+    refhost::ConvertOptions options;
+    options.fail = {member};
+    fixture::Run run = Convert(options);
+    EXPECT_FALSE(run.outcome.result) << member;
+    EXPECT_EQ(run.outcome.last_error, "1001 Errore simulato dall'host") << member;
+    EXPECT_EQ(run.Messages().back(), "ChangeMsg: Errore") << member;
+  }
+
+  // In a patient's master record: that patient gets "ERR", the run goes on.
+  for (const char* member : {"ImportaAnagrafica@2", "Rapporti.Salva@2", "DaiCodiceRegioneASL@2"}) {
+    refhost::ConvertOptions options;
+    options.fail = {member};
+    fixture::Run run = Convert(options);
+    EXPECT_TRUE(run.outcome.result) << member;
+    std::vector<std::string> messages = run.Messages();
+    EXPECT_THAT(messages, ::testing::Contains("AddInfo: D'ANGELO MARIO - Anagrafica Errore 1001 Errore simulato dall'host"))
+        << member;
+    EXPECT_EQ(messages.back(), "ChangeMsg: OK") << member;
+    EXPECT_EQ(run.Calls("Interface", "DaiPaziente").size(), 4u) << member;
+  }
+
+  // A failing category gives up that patient's later categories only.
+  refhost::ConvertOptions options;
+  options.options = "pressione arteriosa;pressione arteriosa";
+  options.fail = {"Pressione.Salva@1"};
+  fixture::Run run = Convert(options);
+  EXPECT_TRUE(run.outcome.result);
+  // The second "pressione arteriosa" doesn't run after the first failed.
+  EXPECT_EQ(std::count_if(run.trace.begin(), run.trace.end(),
+                          [](const fixture::json& line) {
+                            return line["member"] == "Salva" && line["obj"].get<std::string>().ends_with(".Pressione");
+                          }),
+            1);
+  EXPECT_THAT(run.Messages(),
+              ::testing::Contains("AddInfo: ROSSI MARIO - Pressione Arteriosa Errore 1001 Errore simulato dall'host"));
+}
+
+TEST(DriverEdges, RefusedPatientsAndAwkwardKeys) {
+  fixture::TempDir dir;
+  {
+    auto archive = sample::Archive::Create(dir.path().string());
+    archive->Insert("PAZIENTI", {{"Cod_Cart", "N1"}, {"cognome", "Nessuno"}, {"nome", "Ugo"}, {"CodFisc", "  "}});
+    archive->Insert("PAZIENTI", fixture::Patient("O'B1", "O'Brien"));
+    archive->Insert("PAZIENTI", fixture::Patient("P9", "Pace", {{"nome", Value::Null()}}));
+    archive->Close();
+  }
+  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB");
+  EXPECT_TRUE(run.outcome.result);
+  std::vector<std::string> messages = run.Messages();
+  EXPECT_THAT(messages, ::testing::Contains("AddInfo: Nessuno Ugo: CodFisc, TesseraSSN o Data Nascita non validi "
+                                            "(Almeno uno di questi dati è necessario)"));
+  // A key with an apostrophe breaks the master record's query before any
+  // member is set, so the line names no patient; the run goes on.
+  auto info = std::find_if(messages.begin(), messages.end(),
+                           [](const std::string& m) { return m.rfind("AddInfo: - Anagrafica Errore ", 0) == 0; });
+  EXPECT_NE(info, messages.end());
+  EXPECT_EQ(messages.back(), "ChangeMsg: OK");
+  EXPECT_THAT(messages, ::testing::Contains("AddMsg: PACE ..."));
+  EXPECT_EQ(run.Calls("Interface", "ImportaAnagrafica").size(), 1u);
+  EXPECT_EQ(run.outcome.patients_err, 2);
+}
+
+}  // namespace

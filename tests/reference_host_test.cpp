@@ -1,0 +1,543 @@
+// The reference host's objects, archive and trace, driven by a small fake
+// Conversione whose Converti runs a script of calls on the Interface.
+
+#include "tools/kairon-convert/reference_host.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <set>
+
+#include "host/failure.h"
+#include "support/fixture.h"
+#include "tools/kairon-convert/catalogues.h"
+
+namespace {
+
+using nlohmann::json;
+using Script = std::function<bool(const host::Value& iface)>;
+
+json Typed(const char* type, json value) { return {{"type", type}, {"value", std::move(value)}}; }
+
+class FakeConversione : public host::Object {
+ public:
+  Script script;
+  std::optional<host::Failure> test_raises;
+  std::string medico, options;
+
+  host::Value Get(std::string_view member) override {
+    if (host::SameName(member, "ListaOpzioni")) return "Allergie; Appunti; BMI";
+    if (host::SameName(member, "LastError")) return "ultimo errore";
+    host::failures::Raise(host::failures::kMemberNotSupported);
+  }
+  void Set(std::string_view, const host::Value&) override {
+    host::failures::Raise(host::failures::kMemberNotSupported);
+  }
+  host::Value Call(std::string_view member, host::Args& args) override {
+    if (host::SameName(member, "Test")) {
+      if (test_raises) throw *test_raises;
+      args[1].value() = "ROSSI MARIO;VERDI ANNA";
+      return host::Value::Bool(true);
+    }
+    medico = host::TextOf(args[0].value());
+    options = host::TextOf(args[1].value());
+    return host::Value::Bool(script(args[2].value()));
+  }
+};
+
+class ReferenceHostTest : public ::testing::Test {
+ protected:
+  ReferenceHostTest() {
+    options_.conn = dir_ / "GX_USER.FDB";
+    options_.archive = dir_ / "kairon.sqlite";
+    options_.trace = dir_ / "trace.jsonl";
+    options_.data_dir = KAIRON_DATA_DIR;
+    options_.tempdir = dir_ / "tmp";
+    options_.icd9_csv = WriteFile("icd9.csv", "code,ID,Descrizione\n401.9,I1,IPERTENSIONE\n");
+    options_.farmaci_csv = WriteFile("farmaci.csv", "code,Descrizione,Tipo\n");
+    options_.esenzioni_csv = WriteFile("esenzioni.csv", "code,ID,Descrizione,CodiceFarmaci,CodiceEsami\n");
+  }
+
+  std::string WriteFile(const std::string& name, const std::string& content) {
+    std::ofstream(dir_ / name, std::ios::binary) << content;
+    return dir_ / name;
+  }
+
+  refhost::ConvertOutcome Run(Script script) {
+    conversione_->script = std::move(script);
+    return refhost::Convert(conversione_, options_);
+  }
+
+  std::vector<json> Trace() {
+    std::vector<json> lines;
+    std::ifstream in(options_.trace);
+    for (std::string line; std::getline(in, line);) lines.push_back(json::parse(line));
+    return lines;
+  }
+
+  // The rows of a query on the archive, each column as text ("NULL" for Null).
+  std::vector<std::vector<std::string>> Rows(const std::string& sql) {
+    sqlite3* db = nullptr;
+    EXPECT_EQ(sqlite3_open_v2(options_.archive.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+    sqlite3_stmt* stmt = nullptr;
+    EXPECT_EQ(sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+    std::vector<std::vector<std::string>> rows;
+    while (sqlite3_step(stmt) == SQLITE_ROW) {
+      std::vector<std::string> row;
+      for (int i = 0; i < sqlite3_column_count(stmt); ++i) {
+        auto text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, i));
+        row.push_back(text ? std::string(text, sqlite3_column_bytes(stmt, i)) : "NULL");
+      }
+      rows.push_back(row);
+    }
+    sqlite3_finalize(stmt);
+    sqlite3_close(db);
+    return rows;
+  }
+
+  json JsonOf(const std::string& sql) {
+    auto rows = Rows(sql);
+    return rows.empty() ? json() : json::parse(rows.front().front());
+  }
+
+  // The trace lines of calls of member, in order.
+  std::vector<json> Calls(const std::string& member) {
+    std::vector<json> calls;
+    for (const json& line : Trace())
+      if (line["op"] == "call" && line["member"] == member) calls.push_back(line);
+    return calls;
+  }
+
+  fixture::TempDir dir_;
+  refhost::ConvertOptions options_;
+  std::shared_ptr<FakeConversione> conversione_ = std::make_shared<FakeConversione>();
+};
+
+host::Value NewPatient(const host::Value& iface, const char* cognome) {
+  host::Value p = host::Call(iface, "DaiPaziente", {cognome, "MARIO", "RSSMRA50C07H501X", "07/03/1950", ""});
+  host::Set(p, "cognome", cognome);
+  host::Set(p, "nome", "MARIO");
+  return p;
+}
+
+TEST_F(ReferenceHostTest, PatientsAreGivenAndStoredAsTheRulesSay) {
+  Run([](const host::Value& iface) {
+    EXPECT_TRUE(host::Call(iface, "DaiPaziente", {"ROSSI", "MARIO", " ", "", "  "}).is_empty());
+
+    host::Value p = host::Call(iface, "DaiPaziente", {"x", "y", "", "07/03/1950", ""});
+    EXPECT_EQ(host::Get(p, "DataNascita"), host::Value(host::Date{1950, 3, 7}));
+    EXPECT_TRUE(host::Get(p, "Email").is_empty());
+    host::Set(p, "cognome", "ROSSI");
+    host::Set(p, "nome", "MARIO");
+    EXPECT_EQ(host::TextOf(host::Get(p, "NomeCompleto")), "ROSSI MARIO");
+    EXPECT_THROW(host::Set(p, "nomecompleto", "X"), host::Failure);
+    host::Call(host::Get(p, "rapporti"), "Salva", {"", "01/01/2000", "", "", host::Value::I16(0), ""});
+    EXPECT_EQ(host::Call(iface, "ImportaAnagrafica", {p}), host::Value::Bool(true));
+    host::Set(p, "Email", "mario@example.it");
+    host::Set(p, "COGNOME", "ROSSI BIS");
+
+    host::Value q = host::Call(iface, "DaiPaziente", {"", "", "", "not a date", ""});
+    EXPECT_TRUE(host::Get(q, "DataNascita").is_empty());
+    host::Set(q, "cognome", "  ");
+    EXPECT_EQ(host::Call(iface, "ImportaAnagrafica", {q}), host::Value::Bool(false));
+    try {
+      host::Call(iface, "ImportaAnagrafica", {"not a patient"});
+      ADD_FAILURE() << "ImportaAnagrafica took a text";
+    } catch (const host::Failure& f) {
+      EXPECT_EQ(f.number(), host::failures::kObjectRequired);
+    }
+    return true;
+  });
+
+  // Members set after the master record reach the row at the end of the patient.
+  EXPECT_EQ(Rows("SELECT id FROM patients"), (std::vector<std::vector<std::string>>{{"1"}}));
+  EXPECT_EQ(Rows("SELECT members FROM patients").front().front(),
+            R"({"DataNascita":{"type":"date","value":"1950-03-07"},"cognome":{"type":"text","value":"ROSSI BIS"},)"
+            R"("nome":{"type":"text","value":"MARIO"},"Email":{"type":"text","value":"mario@example.it"}})");
+  EXPECT_EQ(Rows("SELECT patient_id, store FROM records"), (std::vector<std::vector<std::string>>{{"1", "Rapporti"}}));
+  EXPECT_EQ(JsonOf("SELECT args FROM records")[4], Typed("i16", 0));
+
+  std::vector<json> dai = Calls("DaiPaziente");
+  ASSERT_EQ(dai.size(), 3u);
+  EXPECT_FALSE(dai[0].contains("returns"));
+  EXPECT_EQ(dai[1]["returns"], Typed("object", "Paziente#1"));
+  EXPECT_EQ(dai[2]["returns"], Typed("object", "Paziente#2"));
+}
+
+TEST_F(ReferenceHostTest, RecordsAndTraceCarryTypedValues) {
+  Run([](const host::Value& iface) {
+    host::Value p = NewPatient(iface, "ROSSI");
+    host::Call(host::Get(p, "Pressione"), "Salva",
+               {"", host::Value(host::Date{2020, 5, 4}), host::Value(80.5), host::Value::Null(), host::Value(),
+                host::Value::Bool(true), host::Value::I32(7), host::Value::Bytes({1, 2, 3}),
+                host::Value(host::Date{2020, 5, 4, 8, 30, 0}), p});
+    try {
+      host::Get(iface, "NonEsiste");
+      ADD_FAILURE() << "Interface gave a member it lacks";
+    } catch (const host::Failure& f) {
+      EXPECT_EQ(f.number(), host::failures::kMemberNotSupported);
+    }
+    return true;
+  });
+
+  json args = {Typed("text", ""),
+               Typed("date", "2020-05-04"),
+               Typed("f64", 80.5),
+               Typed("null", nullptr),
+               Typed("empty", nullptr),
+               Typed("bool", true),
+               Typed("i32", 7),
+               Typed("bytes", 3),
+               Typed("date", "2020-05-04T08:30:00"),
+               Typed("object", "Paziente#1")};
+  EXPECT_EQ(JsonOf("SELECT args FROM records WHERE store = 'Pressione'"), args);
+
+  // Reads (Get of Pressione, of NonEsiste) leave no line.
+  std::vector<json> trace = Trace();
+  ASSERT_EQ(trace.size(), 4u);
+  EXPECT_EQ(trace[1],
+            json({{"obj", "Paziente#1"}, {"op", "set"}, {"member", "cognome"}, {"value", Typed("text", "ROSSI")}}));
+  EXPECT_EQ(trace[3], json({{"obj", "Paziente#1.Pressione"},
+                            {"op", "call"},
+                            {"member", "Salva"},
+                            {"args", args},
+                            {"returns", Typed("bool", true)}}));
+}
+
+TEST_F(ReferenceHostTest, ProblemiListaGivesWhatWasSaved) {
+  Run([](const host::Value& iface) {
+    for (const char* name : {"ROSSI", "VERDI"}) {
+      host::Value problemi = host::Get(NewPatient(iface, name), "Problemi");
+      host::Call(problemi, "Salva", {"", "01/01/2014", "401.9", "IPERTENSIONE"});
+      host::Call(problemi, "Salva", {"", "01/01/2014", ""});
+      std::vector<host::Value> items = host::Items(host::Get(problemi, "Lista"));
+      EXPECT_EQ(items.size(), 2u);
+      EXPECT_EQ(host::TextOf(host::Get(items[0], "Descrizione")), "IPERTENSIONE");
+      EXPECT_TRUE(host::Get(items[1], "Descrizione").is_empty());
+      EXPECT_EQ(host::Get(items[1], "IDRIF1"), host::Value(""));
+      EXPECT_THROW(host::Get(items[0], "Codice"), host::Failure);
+      EXPECT_EQ(host::TextOf(host::Get(items[1], "ID")), std::string(name) == "VERDI" ? "P4" : "P2");
+    }
+    return true;
+  });
+  EXPECT_EQ(Rows("SELECT count(*) FROM records WHERE store = 'Problemi'").front().front(), "4");
+}
+
+TEST_F(ReferenceHostTest, PrescriptionsKeepTheMembersOfTheirSalva) {
+  Run([](const host::Value& iface) {
+    host::Value p = NewPatient(iface, "ROSSI");
+    host::Value framework = host::Get(iface, "framework");
+    host::Value ricetta = host::Call(framework, "NewRicetta");
+    host::Set(ricetta, "Data", "04/05/2020");
+    host::Set(ricetta, "Tipo", host::Value::I16(1));
+    EXPECT_TRUE(host::Get(ricetta, "Diagnosi").is_empty());
+    host::Call(host::Get(p, "Ricette"), "Salva", {ricetta});
+    host::Set(ricetta, "Diagnosi", "set after Salva");
+    host::Value item = host::Call(framework, "NewItemRicetta");
+    host::Set(item, "Descrizione", "TACHIPIRINA");
+    host::Call(host::Get(p, "PrescrizioneFarmaci"), "Salva", {item, ricetta});
+    EXPECT_THROW(host::Call(host::Get(p, "PrescrizioneFarmaci"), "Salva", {ricetta, item}), host::Failure);
+    return true;
+  });
+
+  EXPECT_EQ(Rows("SELECT id, patient_id FROM prescriptions"), (std::vector<std::vector<std::string>>{{"1", "1"}}));
+  EXPECT_EQ(JsonOf("SELECT members FROM prescriptions"),
+            json({{"Data", Typed("text", "04/05/2020")}, {"Tipo", Typed("i16", 1)}}));
+  EXPECT_EQ(Rows("SELECT prescription_id, store, members FROM prescription_items"),
+            (std::vector<std::vector<std::string>>{
+                {"1", "PrescrizioneFarmaci", R"({"Descrizione":{"type":"text","value":"TACHIPIRINA"}})"}}));
+  std::vector<json> salva = Calls("Salva");
+  ASSERT_EQ(salva.size(), 3u);
+  EXPECT_EQ(salva[0]["args"], json({Typed("object", "Ricetta#1")}));
+  EXPECT_EQ(salva[1]["obj"], "Paziente#1.PrescrizioneFarmaci");
+  EXPECT_EQ(salva[1]["args"], json({Typed("object", "ItemRicetta#1"), Typed("object", "Ricetta#1")}));
+  EXPECT_EQ(salva[2]["failed"], true);
+}
+
+TEST_F(ReferenceHostTest, SalvaFileStoresTheFileAndKillfileForgivesMissingOnes) {
+  std::string path = WriteFile("Eco_addome di pelvi.jpg", std::string("\xFF\xD8\x00x", 4));
+  Run([&](const host::Value& iface) {
+    host::Value files = host::Get(NewPatient(iface, "ROSSI"), "Files");
+    host::Value id = "", title = "Eco_addome di pelvi", where = path;
+    host::Call(files, "SalvaFile", {host::Arg::Ref(id), title, host::Arg::Ref(where)});
+    EXPECT_EQ(id, host::Value("F1"));
+
+    host::Value none = "", missing = (dir_ / "missing.jpg");
+    host::Call(files, "SalvaFile", {host::Arg::Ref(none), "missing", host::Arg::Ref(missing)});
+    EXPECT_EQ(none, host::Value(""));
+
+    host::Value framework = host::Get(iface, "framework");
+    host::Call(framework, "Killfile", {host::Arg::Ref(missing)});
+    host::Call(framework, "Killfile", {""});
+    host::Call(framework, "Killfile", {host::Arg::Ref(where)});
+    EXPECT_FALSE(std::filesystem::exists(path));
+    return true;
+  });
+
+  const std::string sha = "1c8636e10d28802bc4ca423a1a9d6bd883ef044acc4ee4da1059d6d4b51ba355";
+  EXPECT_EQ(Rows("SELECT id, patient_id, title, name, size, sha256, hex(content) FROM files"),
+            (std::vector<std::vector<std::string>>{
+                {"F1", "1", "Eco_addome di pelvi", "Eco_addome di pelvi.jpg", "4", sha, "FFD80078"}}));
+
+  std::vector<json> calls = Calls("SalvaFile");
+  ASSERT_EQ(calls.size(), 2u);
+  EXPECT_EQ(calls[0]["out"], json({{"0", Typed("text", "F1")}}));
+  EXPECT_EQ(calls[0]["file"], json({{"size", 4}, {"sha256", sha}}));
+  EXPECT_TRUE(calls[1].contains("file") && calls[1]["file"].is_null());
+  EXPECT_FALSE(calls[1].contains("out"));
+  EXPECT_FALSE(calls[1].contains("returns"));
+}
+
+TEST_F(ReferenceHostTest, FailPlanCountsCallsOverTheWholeRun) {
+  options_.fail = {"Pressione.Salva@3", "ImportaAnagrafica@2", "salva@1"};
+  std::vector<int32_t> failures;
+  Run([&](const host::Value& iface) {
+    for (const char* name : {"ROSSI", "VERDI"}) {
+      host::Value p = NewPatient(iface, name);
+      for (const char* store : {"Pressione", "Pressione", "BMI"}) {
+        try {
+          host::Call(host::Get(p, store), "Salva", {name});
+        } catch (const host::Failure& f) {
+          failures.push_back(f.number());
+          EXPECT_EQ(f.description(), "Errore simulato dall'host");
+        }
+      }
+      try {
+        host::Call(iface, "ImportaAnagrafica", {p});
+      } catch (const host::Failure& f) {
+        failures.push_back(f.number());
+      }
+    }
+    return true;
+  });
+
+  // Salva@1: ROSSI's first Pressione; Pressione.Salva@3: VERDI's first;
+  // ImportaAnagrafica@2: VERDI's.
+  EXPECT_EQ(failures, (std::vector<int32_t>{1001, 1001, 1001}));
+  EXPECT_EQ(
+      Rows("SELECT patient_id, store FROM records"),
+      (std::vector<std::vector<std::string>>{{"1", "Pressione"}, {"1", "BMI"}, {"2", "Pressione"}, {"2", "BMI"}}));
+  EXPECT_EQ(Rows("SELECT id FROM patients"), (std::vector<std::vector<std::string>>{{"1"}}));
+  std::vector<json> salva = Calls("Salva");
+  ASSERT_EQ(salva.size(), 6u);
+  EXPECT_EQ(salva[0]["failed"], true);
+  EXPECT_FALSE(salva[0].contains("returns"));
+  EXPECT_EQ(salva[3]["failed"], true);
+  EXPECT_FALSE(salva[1].contains("failed"));
+
+  options_.overwrite = true;
+  for (const char* bad : {"Salva", "Salva@0", "Salva@x", "@2", ".Salva@1"}) {
+    options_.fail = {bad};
+    EXPECT_THROW(Run([](const host::Value&) { return true; }), std::runtime_error) << bad;
+  }
+}
+
+TEST_F(ReferenceHostTest, UpdateProgressHandsBackAStopOnlyOnceAsked) {
+  Run([](const host::Value& iface) {
+    host::Value percent = host::Value::I32(10), stop = host::Value::Bool(false);
+    host::Call(iface, "UpdateProgress", {host::Arg::Ref(percent), host::Arg::Ref(stop)});
+    EXPECT_EQ(stop, host::Value::Bool(false));
+    refhost::RequestStop();
+    host::Call(iface, "UpdateProgress", {host::Arg::Ref(percent), host::Arg::Ref(stop)});
+    EXPECT_EQ(stop.integer(), -1);
+    return true;
+  });
+  std::vector<json> calls = Calls("UpdateProgress");
+  ASSERT_EQ(calls.size(), 2u);
+  EXPECT_FALSE(calls[0].contains("out"));
+  EXPECT_EQ(calls[1]["args"], json({Typed("i32", 10), Typed("bool", false)}));
+  EXPECT_EQ(calls[1]["out"], json({{"1", Typed("bool", true)}}));
+}
+
+TEST_F(ReferenceHostTest, CataloguesMatchCodesExactlyWithQuoting) {
+  options_.icd9_csv = WriteFile("icd9.csv",
+                                "code,ID,Descrizione\r\n"
+                                "401.9,I1,IPERTENSIONE\r\n"
+                                "\" 250\",I2,\"DIABETE, \"\"TIPO 2\"\"\"\r\n"
+                                "V45,I3,\"RIGA\nDOPPIA\"\r\n");
+  options_.esenzioni_csv =
+      WriteFile("esenzioni.csv", "code,ID,Descrizione,CodiceFarmaci,CodiceEsami\n031.401,E1,IPERTENSIONE,F,E\n");
+  Run([](const host::Value& iface) {
+    host::Value archivio = host::Get(iface, "archivio");
+    host::Value icd9 = host::Get(archivio, "ICD9");
+    host::Value entry = host::Call(icd9, "Carica", {" 250"});
+    EXPECT_EQ(host::TextOf(host::Get(entry, "Descrizione")), "DIABETE, \"TIPO 2\"");
+    EXPECT_EQ(host::TextOf(host::Get(host::Call(icd9, "Carica", {"V45"}), "descrizione")), "RIGA\nDOPPIA");
+    EXPECT_TRUE(host::Call(icd9, "Carica", {"250"}).is_empty());
+    EXPECT_TRUE(host::Call(icd9, "Carica", {"v45"}).is_empty());
+    EXPECT_THROW(host::Get(entry, "CodiceFarmaci"), host::Failure);
+    host::Value esenzione = host::Call(host::Get(archivio, "Esenzioni"), "CaricaCodice", {"031.401"});
+    EXPECT_EQ(host::TextOf(host::Get(esenzione, "CodiceEsami")), "E");
+    EXPECT_THROW(host::Call(host::Get(archivio, "Esenzioni"), "Carica", {"031.401"}), host::Failure);
+    return true;
+  });
+  std::vector<json> carica = Calls("Carica");
+  EXPECT_EQ(carica[0]["obj"], "Interface.archivio.ICD9");
+  EXPECT_EQ(carica[0]["returns"], Typed("object", "ICD9: 250"));
+  EXPECT_FALSE(carica[2].contains("returns"));
+  EXPECT_EQ(Calls("CaricaCodice")[0]["returns"], Typed("object", "Esenzioni:031.401"));
+}
+
+TEST_F(ReferenceHostTest, UnusableInputsWriteNothing) {
+  options_.icd9_csv = WriteFile("broken.csv", "code,ID,Descrizione\n\"401.9,I1,unterminated\n");
+  EXPECT_THROW(Run([](const host::Value&) { return true; }), std::runtime_error);
+  options_.icd9_csv = WriteFile("short.csv", "code,ID,Descrizione\n401.9,I1\n");
+  EXPECT_THROW(Run([](const host::Value&) { return true; }), std::runtime_error);
+  options_.icd9_csv = (dir_ / "absent.csv");
+  EXPECT_THROW(Run([](const host::Value&) { return true; }), std::runtime_error);
+  EXPECT_FALSE(std::filesystem::exists(options_.archive));
+  EXPECT_FALSE(std::filesystem::exists(options_.trace));
+
+  options_.icd9_csv = WriteFile("icd9.csv", "code,ID,Descrizione\n");
+  WriteFile("kairon.sqlite", "an earlier conversion");
+  EXPECT_THROW(Run([](const host::Value&) { return true; }), std::runtime_error);
+  EXPECT_EQ(std::filesystem::file_size(options_.archive), 21u);
+  options_.overwrite = true;
+  EXPECT_TRUE(Run([](const host::Value&) { return true; }).result);
+  EXPECT_EQ(Rows("SELECT count(*) FROM runs").front().front(), "1");
+}
+
+TEST_F(ReferenceHostTest, RunIsRecordedWithMessagesAndOutcomes) {
+  options_.utente = {{"citta", "MILANO"}};
+  options_.tempdir.clear();
+  std::string tempdir;
+  refhost::ConvertOutcome outcome = Run([&](const host::Value& iface) {
+    host::Value utente = host::Get(iface, "utente");
+    EXPECT_EQ(host::TextOf(host::Get(utente, "Citta")), "MILANO");
+    EXPECT_EQ(host::TextOf(host::Get(utente, "CodiceRegione")), "120");
+    tempdir = host::TextOf(host::Get(utente, "tempdir"));
+    EXPECT_TRUE(std::filesystem::is_directory(tempdir));
+    EXPECT_EQ(host::Call(iface, "DaiCodiceRegioneASL", {"201", " rm ", host::Value::Bool(true)}),
+              host::Value("120201"));
+    EXPECT_EQ(host::Call(iface, "DaiCodiceRegioneASL", {"201", "XX", host::Value::Bool(true)}), host::Value(""));
+
+    host::Call(iface, "AddMsg", {"Apertura database di origine"});
+    host::Call(iface, "ChangeMsg", {"OK"});
+    host::Call(iface, "AddMsg", {"ROSSI MARIO..."});
+    NewPatient(iface, "ROSSI");
+    host::Call(iface, "ChangeMsg", {"OK"});
+    host::Call(iface, "AddMsg", {"NESSUNO..."});
+    host::Call(iface, "DaiPaziente", {"NESSUNO", "", "", "", ""});
+    host::Call(iface, "ChangeMsg", {"ERR"});
+    host::Call(iface, "AddInfo", {"NESSUNO : dati non validi"});
+    return false;
+  });
+
+  EXPECT_FALSE(std::filesystem::exists(tempdir));
+  EXPECT_EQ(conversione_->medico, "ROSSI MARIO");
+  EXPECT_EQ(conversione_->options, "Allergie;Appunti;BMI");
+  EXPECT_TRUE(outcome.test_result);
+  EXPECT_FALSE(outcome.result);
+  EXPECT_EQ(outcome.last_error, "ultimo errore");
+  EXPECT_EQ(outcome.patients_ok, 1);
+  EXPECT_EQ(outcome.patients_err, 1);
+  EXPECT_EQ(Rows("SELECT kind, text FROM messages ORDER BY seq").back(),
+            (std::vector<std::string>{"AddInfo", "NESSUNO : dati non validi"}));
+  EXPECT_EQ(
+      Rows("SELECT conn, options, result, last_error, ended IS NOT NULL FROM runs"),
+      (std::vector<std::vector<std::string>>{{options_.conn, "Allergie;Appunti;BMI", "0", "ultimo errore", "1"}}));
+}
+
+TEST_F(ReferenceHostTest, AFailureRaisedByThePluginIsReported) {
+  conversione_->test_raises = host::Failure(5, "Chiamata di routine o argomento non validi");
+  refhost::ConvertOutcome outcome = Run([](const host::Value&) { return true; });
+  ASSERT_TRUE(outcome.raised);
+  EXPECT_EQ(outcome.raised->number, 5);
+  EXPECT_EQ(Rows("SELECT result, last_error FROM runs"),
+            (std::vector<std::vector<std::string>>{{"0", "5 Chiamata di routine o argomento non validi"}}));
+}
+
+TEST(ReferenceHostHelpers, ClassIdentitiesAndOptionLists) {
+  host::ClassId id = refhost::ParseClassId(refhost::kConversioneClassId);
+  EXPECT_EQ(id, (host::ClassId{0x6B1F3C52, 0x8E0A, 0x4D7B, {0x9C, 0x21, 0x5A, 0x4E, 0x7D, 0x0B, 0x3F, 0x18}}));
+  EXPECT_THROW(refhost::ParseClassId("6B1F3C52-8E0A-4D7B-9C21-5A4E7D0B3F18"), std::invalid_argument);
+  EXPECT_THROW(refhost::ParseClassId("{6B1F3C52-8E0A-4D7B-9C21-5A4E7D0B3FXX}"), std::invalid_argument);
+  EXPECT_EQ(refhost::DefaultOptions("Allergie; Certificati INPS;Diagnosi "), "Allergie;Certificati INPS;Diagnosi");
+  EXPECT_EQ(refhost::SplitDoctors(""), std::vector<std::string>{});
+  EXPECT_THROW(refhost::ParseUtente("[1]"), std::runtime_error);
+  EXPECT_EQ(refhost::ParseUtente(R"({"CodiceASL": 201})").at("CodiceASL"), "201");
+}
+
+TEST(ReferenceHostHelpers, ProvinceTableGivesEveryProvinceItsRegion) {
+  const std::string path = std::string(KAIRON_DATA_DIR) + "/province.csv";
+  refhost::Provinces provinces = refhost::Provinces::Load(path);
+  EXPECT_EQ(provinces.RegionOf("MI"), "030");
+  EXPECT_EQ(provinces.RegionOf("na"), "150");
+  EXPECT_EQ(provinces.RegionOf("BZ"), "041");
+  EXPECT_EQ(provinces.RegionOf("SS"), "200");
+  EXPECT_EQ(provinces.RegionOf("EE"), std::nullopt);
+  std::vector<std::vector<std::string>> rows = refhost::ReadCsv(path);
+  EXPECT_GE(rows.size(), 108u);
+  std::set<std::string> regions;
+  for (size_t i = 1; i < rows.size(); ++i) regions.insert(rows[i][1]);
+  EXPECT_EQ(regions.size(), 21u);  // 19 regions and the two autonomous provinces
+  for (const std::string& region : regions) EXPECT_EQ(region.size(), 3u) << region;
+}
+
+struct CommandResult {
+  int status;
+  std::string out;
+};
+
+// kairon-convert with args; standard error is dropped.
+CommandResult RunCommand(const std::string& args) {
+  std::string command = std::string(KAIRON_CONVERT_PATH) + " " + args + " 2>/dev/null";
+  FILE* pipe = popen(command.c_str(), "r");
+  std::string out;
+  char buffer[4096];
+  for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) out.append(buffer, n);
+  int status = pclose(pipe);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+}
+
+TEST(KaironConvertCommand, PrintsJsonAndExitsWithTheRightStatus) {
+  const std::string plugin = std::string(" --plugin ") + KAIRON_PLUGIN_PATH;
+  CommandResult info = RunCommand("info --json");  // the plug-in beside ../lib of the program
+  ASSERT_EQ(info.status, 0);
+  json properties = json::parse(info.out);
+  EXPECT_TRUE(properties["TipoOrigine"].is_number_integer());
+  EXPECT_EQ(properties["DefaultPassword"], "");
+
+  EXPECT_EQ(RunCommand("test ''" + plugin).status, 1);  // the plug-in raises for an empty connection
+  CommandResult test = RunCommand("test /nonexistent/GX_USER.FDB --json" + plugin);
+  EXPECT_EQ(test.status, 3);
+  EXPECT_EQ(json::parse(test.out)["result"], false);
+
+  fixture::TempDir dir;
+  EXPECT_EQ(RunCommand("info --plugin " + (dir / "missing.so")).status, 2);
+  EXPECT_EQ(RunCommand("convert x --archive " + (dir / "a.sqlite") + " --fail Salva@0" + plugin).status, 2);
+  EXPECT_EQ(RunCommand("convert x" + plugin).status, 2);
+  EXPECT_FALSE(std::filesystem::exists(dir / "a.sqlite"));
+}
+
+TEST(KaironConvertCommand, ConvertsWithASimulatedHostFailure) {
+  fixture::TempDir dir;
+  auto archive = sample::Archive::Create(dir.path().string());
+  archive->Insert("PAZIENTI", fixture::Patient("C1", "Conti"));
+  archive->Close();
+  const std::string convert = "convert " + archive->user_path() + " --archive " + (dir / "out.sqlite") + " --trace " +
+                              (dir / "trace.jsonl") + " --options Appunti --plugin " + KAIRON_PLUGIN_PATH;
+
+  CommandResult run = RunCommand(convert + " --fail ImportaAnagrafica@1");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_NE(run.out.find("Patients OK / ERR"), std::string::npos);
+  std::ifstream trace(dir / "trace.jsonl");
+  bool failed = false;
+  for (std::string line; std::getline(trace, line);) {
+    json call = json::parse(line);
+    if (call["member"] == "ImportaAnagrafica") failed = call.value("failed", false);
+  }
+  EXPECT_TRUE(failed);
+
+  EXPECT_EQ(RunCommand(convert).status, 2);  // the archive exists
+  EXPECT_EQ(RunCommand(convert + " --overwrite").status, 0);
+}
+
+}  // namespace

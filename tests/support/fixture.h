@@ -1,0 +1,63 @@
+// What the end-to-end tests share: a temporary folder, a small Ambulor
+// archive written row by row, and a conversion of it through the reference
+// host with the plug-in's Conversione created in this process, read back as
+// the host's trace.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "tools/ambulor-sample/sample.h"
+#include "tools/kairon-convert/reference_host.h"
+
+namespace fixture {
+
+using nlohmann::json;
+
+// A new empty folder under the system's temporary folder, removed with it.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  const std::filesystem::path& path() const { return path_; }
+  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+
+ private:
+  std::filesystem::path path_;
+};
+
+// A PAZIENTI row that the host accepts (tax code, birth date, card) with the
+// given key and surname; extra columns are added or override.
+sample::Row Patient(const std::string& cod_cart, const std::string& cognome, const sample::Row& extra = {});
+
+// The trace and outcome of one conversion.
+struct Run {
+  refhost::ConvertOutcome outcome;
+  std::vector<json> trace;
+  std::string archive;
+
+  // The trace lines of calls of member on objects whose name ends in
+  // object_suffix ("Pressione", "Interface"), in order; calls that the host
+  // made fail are left out.
+  std::vector<json> Calls(const std::string& object_suffix, const std::string& member) const;
+  // The arguments of those calls.
+  std::vector<json> ArgsOf(const std::string& object_suffix, const std::string& member) const;
+  // Every AddMsg / ChangeMsg / AddInfo text, as "AddMsg: text".
+  std::vector<std::string> Messages() const;
+};
+
+// Converts the archive whose GX_USER.FDB lies at user_path. options.conn,
+// archive, trace and data_dir are filled in when left empty.
+Run Convert(const std::string& user_path, refhost::ConvertOptions options = {});
+
+// A typed value as the trace writes it.
+json Text(const std::string& s);
+json I16(int n);
+json I32(int n);
+json F64(double d);
+json Bool(bool b);
+
+}  // namespace fixture

@@ -1,0 +1,127 @@
+#include "tools/kairon-convert/host_object.h"
+
+#include <stdexcept>
+
+#include "host/failure.h"
+#include "tools/kairon-convert/session.h"
+#include "tools/kairon-convert/typed_value.h"
+
+namespace refhost {
+
+namespace {
+
+// The host's own trouble (the archive can't be written) as the plug-in
+// can catch it.
+constexpr int32_t kHostFailure = 1002;
+
+nlohmann::ordered_json TypedArgs(const std::vector<host::Value>& values) {
+  nlohmann::ordered_json args = nlohmann::ordered_json::array();
+  for (const host::Value& value : values) args.push_back(TypedValue(value));
+  return args;
+}
+
+// The archive or trace failing inside a member: passes on host failures and
+// turns anything else into one.
+template <typename Action>
+auto AsHostFailure(Action action) {
+  try {
+    return action();
+  } catch (const host::Failure&) {
+    throw;
+  } catch (const std::exception& e) {
+    throw host::Failure(kHostFailure, std::string("Errore dell'host: ") + e.what());
+  }
+}
+
+}  // namespace
+
+HostObject::HostObject(std::shared_ptr<Session> session, std::string trace_name)
+    : session_(std::move(session)), trace_name_(std::move(trace_name)) {}
+
+host::Value HostObject::Get(std::string_view member) {
+  return AsHostFailure([&] { return Read(member); });
+}
+
+void HostObject::Set(std::string_view member, const host::Value& value) {
+  nlohmann::ordered_json line;
+  line["obj"] = trace_name_;
+  line["op"] = "set";
+  line["member"] = member;
+  line["value"] = TypedValue(value);
+  try {
+    AsHostFailure([&] { Write(member, value); });
+  } catch (const host::Failure&) {
+    line["failed"] = true;
+    session_->WriteTrace(line);
+    throw;
+  }
+  session_->WriteTrace(line);
+}
+
+host::Value HostObject::Call(std::string_view member, host::Args& args) {
+  std::vector<host::Value> before;
+  for (const host::Arg& arg : args) before.push_back(arg.value());
+  nlohmann::ordered_json line;
+  line["obj"] = trace_name_;
+  line["op"] = "call";
+  line["member"] = member;
+  line["args"] = TypedArgs(before);
+  host::Value result;
+  try {
+    result = AsHostFailure([&] {
+      DescribeCall(member, args, line);
+      if (session_->CountCall(trace_name_, member)) throw host::Failure(kSimulatedFailure, kSimulatedFailureText);
+      return Invoke(member, args);
+    });
+  } catch (const host::Failure&) {
+    line["failed"] = true;
+    session_->WriteTrace(line);
+    throw;
+  }
+  if (!result.is_empty()) line["returns"] = TypedValue(result);
+  nlohmann::ordered_json out = nlohmann::ordered_json::object();
+  for (size_t i = 0; i < args.size(); ++i)
+    if (args[i].by_ref() && !(args[i].value() == before[i])) out[std::to_string(i)] = TypedValue(args[i].value());
+  if (!out.empty()) line["out"] = std::move(out);
+  session_->WriteTrace(line);
+  return result;
+}
+
+void HostObject::Write(std::string_view, const host::Value&) {
+  host::failures::Raise(host::failures::kMemberNotSupported);
+}
+
+host::Value HostObject::Invoke(std::string_view, host::Args&) {
+  host::failures::Raise(host::failures::kMemberNotSupported);
+}
+
+void HostObject::DescribeCall(std::string_view, const host::Args&, nlohmann::ordered_json&) {}
+
+host::Value MemberBag::Get(std::string_view name) const {
+  for (const auto& [member, value] : members_)
+    if (host::SameName(member, name)) return value;
+  return {};
+}
+
+void MemberBag::Set(std::string_view name, const host::Value& value) {
+  for (auto& [member, held] : members_)
+    if (host::SameName(member, name)) {
+      held = value;
+      return;
+    }
+  members_.emplace_back(std::string(name), value);
+}
+
+nlohmann::ordered_json MemberBag::ToJson() const {
+  nlohmann::ordered_json json = nlohmann::ordered_json::object();
+  for (const auto& [member, value] : members_) json[member] = TypedValue(value);
+  return json;
+}
+
+void RequireArgs(const host::Args& args, size_t count) { RequireArgs(args, count, count); }
+
+void RequireArgs(const host::Args& args, size_t least, size_t most) {
+  if (args.size() < least || args.size() > most) host::failures::Raise(host::failures::kWrongArgumentCount);
+}
+
+}  // namespace refhost

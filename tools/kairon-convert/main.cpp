@@ -1,0 +1,188 @@
+// kairon-convert: the reference host's command line (info, test, convert).
+// Exit status: 0 success, 1 the plug-in reported failure, 2 bad command
+// line or unusable file, 3 Test gave false.
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+
+#include "host/failure.h"
+#include "tools/kairon-convert/reference_host.h"
+
+namespace {
+
+constexpr int kSuccess = 0;
+constexpr int kPluginFailed = 1;
+constexpr int kUnusable = 2;
+constexpr int kTestFalse = 3;
+
+// libcnvKairon.so in ../lib/ beside the folder of this program.
+std::string DefaultPluginPath() {
+  std::error_code ec;
+  std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
+  if (ec) return "libcnvKairon.so";
+  return (self.parent_path() / ".." / "lib" / "libcnvKairon.so").lexically_normal().string();
+}
+
+int ReportRaised(const refhost::PluginFailure& failure) {
+  std::cerr << "kairon-convert: the plug-in raised " << failure.number << ": " << failure.description << "\n";
+  return kPluginFailed;
+}
+
+// The plug-in and its Conversione, which goes first (members are released
+// last to first).
+struct LoadedPlugin {
+  std::unique_ptr<refhost::Plugin> plugin;
+  host::ObjectRef conversione;
+};
+
+LoadedPlugin Load(const std::string& path) {
+  LoadedPlugin loaded;
+  loaded.plugin = std::make_unique<refhost::Plugin>(path);
+  loaded.conversione = loaded.plugin->CreateConversione();
+  return loaded;
+}
+
+int ReportUnusable(const std::exception& e) {
+  std::cerr << "kairon-convert: " << e.what() << "\n";
+  return kUnusable;
+}
+
+// Runs a command on a loaded plug-in. What is thrown is reported while the
+// library is still loaded, since an exception that the plug-in raised has
+// its code there.
+template <typename Command>
+int WithPlugin(const std::string& path, Command command) {
+  LoadedPlugin loaded = Load(path);
+  try {
+    return command(loaded.conversione);
+  } catch (const host::Failure& failure) {
+    return ReportRaised({failure.number(), failure.description()});
+  } catch (const std::exception& e) {
+    return ReportUnusable(e);
+  }
+}
+
+int InfoCommand(const host::ObjectRef& conversione, bool json) {
+  auto info = refhost::ReadInfo(conversione);
+  if (json) {
+    std::cout << refhost::InfoJson(info) << "\n";
+    return kSuccess;
+  }
+  for (const auto& [property, value] : info) std::cout << property << ": " << host::TextOf(value) << "\n";
+  return kSuccess;
+}
+
+int TestCommand(const host::ObjectRef& conversione, const std::string& conn, bool json) {
+  refhost::TestOutcome outcome = refhost::RunTest(conversione, conn);
+  if (json) {
+    std::cout << refhost::TestJson(outcome) << "\n";
+  } else {
+    std::cout << "Test: " << (outcome.result ? "true" : "false") << "\n";
+    for (const std::string& doctor : refhost::SplitDoctors(outcome.lista_medici)) std::cout << doctor << "\n";
+    std::cout << "LastError: " << outcome.last_error << "\n";
+  }
+  return outcome.result ? kSuccess : kTestFalse;
+}
+
+extern "C" void OnInterrupt(int) {
+  static std::atomic<int> interrupts{0};
+  if (++interrupts == 1) {
+    refhost::RequestStop();
+    return;
+  }
+  std::signal(SIGINT, SIG_DFL);
+  std::raise(SIGINT);
+}
+
+void PrintSummary(const refhost::ConvertOutcome& outcome) {
+  std::printf("\n%-28s %10s\n", "Store", "Records");
+  int64_t total = 0;
+  for (const auto& [store, count] : outcome.records_per_store) {
+    std::printf("%-28s %10lld\n", store.c_str(), static_cast<long long>(count));
+    total += count;
+  }
+  std::printf("%-28s %10lld\n", "(all stores)", static_cast<long long>(total));
+  std::printf("%-28s %4d / %d\n", "Patients OK / ERR", outcome.patients_ok, outcome.patients_err);
+  std::printf("%-28s %lld (%lld bytes)\n", "Files stored", static_cast<long long>(outcome.files),
+              static_cast<long long>(outcome.file_bytes));
+  std::printf("%-28s %.1f s\n", "Elapsed", outcome.seconds);
+  std::printf("%-28s %s\n", "Test", outcome.test_result ? "true" : "false");
+  std::printf("%-28s %s\n", "Result", outcome.result ? "true" : "false");
+  std::printf("%-28s %s\n", "LastError", outcome.last_error.c_str());
+}
+
+int ConvertCommand(const host::ObjectRef& conversione, const refhost::ConvertOptions& options) {
+  struct sigaction action {};
+  action.sa_handler = OnInterrupt;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGINT, &action, nullptr);
+  refhost::ConvertOutcome outcome = refhost::Convert(conversione, options);
+  if (outcome.raised) return ReportRaised(*outcome.raised);
+  PrintSummary(outcome);
+  if (!outcome.test_result) return kTestFalse;
+  return outcome.result ? kSuccess : kPluginFailed;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"kairon-convert: the reference conversion host for the cnvKairon plug-in"};
+  app.require_subcommand(1);
+  std::string plugin = DefaultPluginPath();
+  bool json = false;
+
+  CLI::App* info = app.add_subcommand("info", "Print the plug-in's fixed properties");
+  info->add_flag("--json", json, "One JSON object, property to value");
+  info->add_option("--plugin", plugin, "The plug-in library")->capture_default_str();
+
+  std::string conn;
+  CLI::App* test = app.add_subcommand("test", "Call Test with a connection text");
+  test->add_option("CONN", conn, "The connection text, as Test gets it")->required();
+  test->add_flag("--json", json, "One JSON object: result, ListaMedici, LastError");
+  test->add_option("--plugin", plugin, "The plug-in library")->capture_default_str();
+
+  refhost::ConvertOptions options;
+  options.data_dir = KAIRON_DATA_DIR;
+  std::optional<std::string> utente;
+  CLI::App* convert = app.add_subcommand("convert", "Run a conversion into a new archive");
+  convert->add_option("CONN", options.conn, "The connection text, as Test gets it")->required();
+  convert->add_option("--archive", options.archive, "The SQLite archive to write")->required();
+  convert->add_option("--options", options.options, "The option list for Converti (default: every category)");
+  convert->add_option("--medico", options.medico, "The doctor (default: the first of the list)");
+  convert->add_option("--from", options.from, "What FiltroDa gives");
+  convert->add_option("--to", options.to, "What FiltroA gives");
+  convert->add_option("--trace", options.trace, "Write the trace of the plug-in's calls here");
+  convert->add_option("--icd9", options.icd9_csv, "The ICD9 catalogue (CSV)");
+  convert->add_option("--farmaci", options.farmaci_csv, "The drug catalogue (CSV)");
+  convert->add_option("--esenzioni", options.esenzioni_csv, "The exemption catalogue (CSV)");
+  convert->add_option("--utente", utente, "The members of utente, as a JSON object");
+  convert->add_option("--tempdir", options.tempdir, "The folder for temporary files");
+  convert->add_option("--fail", options.fail, "Make the N-th call of MEMBER fail (MEMBER@N, Obj.MEMBER@N)");
+  convert->add_flag("--overwrite", options.overwrite, "Replace an existing archive");
+  convert->add_option("--plugin", plugin, "The plug-in library")->capture_default_str();
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    int status = app.exit(e);
+    return status == 0 ? kSuccess : kUnusable;
+  }
+
+  try {
+    if (info->parsed()) return WithPlugin(plugin, [&](const host::ObjectRef& c) { return InfoCommand(c, json); });
+    if (test->parsed()) return WithPlugin(plugin, [&](const host::ObjectRef& c) { return TestCommand(c, conn, json); });
+    if (utente) options.utente = refhost::ParseUtente(*utente);
+    options.progress = isatty(STDERR_FILENO) == 1;
+    return WithPlugin(plugin, [&](const host::ObjectRef& c) { return ConvertCommand(c, options); });
+  } catch (const std::exception& e) {
+    return ReportUnusable(e);
+  }
+}

@@ -1,0 +1,101 @@
+// What the info and test commands ask the plug-in, and how they print it.
+
+#include <nlohmann/json.hpp>
+
+#include "tools/kairon-convert/reference_host.h"
+#include "tools/kairon-convert/typed_value.h"
+
+namespace refhost {
+
+namespace {
+
+constexpr const char* kInfoProperties[] = {
+    "NomeProgramma", "TipoOrigine",         "DefaultDSN",      "DefaultHost",     "DefaultFile",
+    "DefaultPort",   "DefaultDatabaseName", "DefaultUsername", "DefaultPassword", "DefaultCartellaImmagini",
+    "ListaOpzioni"};
+
+// A property's value as plain JSON: text as a string, numbers as numbers.
+nlohmann::ordered_json PlainValue(const host::Value& value) {
+  switch (value.type()) {
+    case host::Type::Text:
+      return value.text();
+    case host::Type::I16:
+    case host::Type::I32:
+      return value.integer();
+    case host::Type::Bool:
+      return value.integer() != 0;
+    case host::Type::F64:
+      return value.number();
+    case host::Type::Empty:
+    case host::Type::Null:
+      return nullptr;
+    default:
+      return TypedValue(value)["value"];
+  }
+}
+
+std::string Trimmed(const std::string& s) {
+  size_t first = s.find_first_not_of(' ');
+  if (first == std::string::npos) return "";
+  return s.substr(first, s.find_last_not_of(' ') - first + 1);
+}
+
+std::vector<std::string> Split(const std::string& text, char separator) {
+  std::vector<std::string> parts;
+  size_t start = 0;
+  for (size_t end; (end = text.find(separator, start)) != std::string::npos; start = end + 1)
+    parts.push_back(text.substr(start, end - start));
+  parts.push_back(text.substr(start));
+  return parts;
+}
+
+}  // namespace
+
+std::vector<std::pair<std::string, host::Value>> ReadInfo(const host::ObjectRef& conversione) {
+  std::vector<std::pair<std::string, host::Value>> info;
+  for (const char* property : kInfoProperties) info.emplace_back(property, conversione->Get(property));
+  return info;
+}
+
+std::string InfoJson(const std::vector<std::pair<std::string, host::Value>>& info) {
+  nlohmann::ordered_json json = nlohmann::ordered_json::object();
+  for (const auto& [property, value] : info) json[property] = PlainValue(value);
+  return JsonText(json);
+}
+
+TestOutcome RunTest(const host::ObjectRef& conversione, const std::string& conn) {
+  host::Value lista_medici = "";
+  host::Args args{host::Arg(conn), host::Arg::Ref(lista_medici)};
+  host::Value result = conversione->Call("Test", args);
+  TestOutcome outcome;
+  outcome.result = ResultOf(result);
+  outcome.lista_medici = host::TextOf(lista_medici);
+  outcome.last_error = host::TextOf(conversione->Get("LastError"));
+  return outcome;
+}
+
+std::string TestJson(const TestOutcome& outcome) {
+  nlohmann::ordered_json json;
+  json["result"] = outcome.result;
+  json["ListaMedici"] = outcome.lista_medici;
+  json["LastError"] = outcome.last_error;
+  return JsonText(json);
+}
+
+std::vector<std::string> SplitDoctors(const std::string& lista_medici) {
+  if (lista_medici.empty()) return {};
+  return Split(lista_medici, ';');
+}
+
+std::string DefaultOptions(const std::string& lista_opzioni) {
+  std::string options;
+  for (const std::string& category : Split(lista_opzioni, ';')) {
+    std::string name = Trimmed(category);
+    if (name.empty()) continue;
+    if (!options.empty()) options += ';';
+    options += name;
+  }
+  return options;
+}
+
+}  // namespace refhost

@@ -1,0 +1,82 @@
+#include "tools/kairon-convert/session.h"
+
+#include <atomic>
+#include <cstdio>
+
+#include "tools/kairon-convert/reference_host.h"
+#include "tools/kairon-convert/typed_value.h"
+
+namespace refhost {
+
+namespace {
+std::atomic<bool> stop_requested{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "RequestStop runs in a signal handler");
+}  // namespace
+
+void RequestStop() { stop_requested.store(true); }
+bool StopRequested() { return stop_requested.load(); }
+void ClearStopRequest() { stop_requested.store(false); }
+
+Session::Session(SessionSetup setup) : setup_(std::move(setup)) {
+  if (setup_.progress) progress_.emplace(stderr);
+}
+
+void Session::WriteTrace(const nlohmann::ordered_json& line) {
+  if (setup_.trace) setup_.trace->Write(line);
+}
+
+void Session::Message(const std::string& kind, const std::string& text) {
+  archive().AddMessage(kind, text);
+  if (kind == "AddMsg") {
+    patient_line_open_ = false;
+  } else if (kind == "ChangeMsg" && patient_line_open_) {
+    if (text == "OK") ++counts_.patients_ok;
+    if (text == "ERR") ++counts_.patients_err;
+    patient_line_open_ = false;
+  }
+}
+
+bool Session::Progress(int percent) {
+  ++progress_calls_;
+  if (setup_.stop_at_progress > 0 && progress_calls_ >= setup_.stop_at_progress) RequestStop();
+  bool stop = StopRequested();
+  if (progress_) progress_->Update(percent, static_cast<int>(patients_), stop);
+  return stop;
+}
+
+std::shared_ptr<PatientRecord> Session::BeginPatient() {
+  WritePendingPatients();
+  archive().BeginTransaction();
+  if (setup_.trace) setup_.trace->Flush();
+  auto patient = std::make_shared<PatientRecord>();
+  patient->number = ++patients_;
+  return patient;
+}
+
+void Session::ImportPatient(PatientRecord& patient) {
+  archive().SavePatient(patient.number, JsonText(patient.members.ToJson()));
+  patient.imported = true;
+  patient.changed_since_write = false;
+}
+
+void Session::PatientChanged(const std::shared_ptr<PatientRecord>& patient) {
+  if (!patient->imported || patient->changed_since_write) return;
+  patient->changed_since_write = true;
+  pending_.push_back(patient);
+}
+
+void Session::WritePendingPatients() {
+  for (const auto& patient : pending_)
+    if (patient->changed_since_write) ImportPatient(*patient);
+  pending_.clear();
+}
+
+void Session::Finish() {
+  WritePendingPatients();
+  archive().Commit();
+  if (setup_.trace) setup_.trace->Flush();
+  setup_.trace.reset();
+  if (progress_) progress_->Clear();
+}
+
+}  // namespace refhost

@@ -1,0 +1,122 @@
+// What the host's objects of one conversion share: the archive and the
+// trace they write, the --fail plan, the archives of archivio, the filters,
+// the running numbers of patients, prescriptions, problems and files, and
+// what the summary counts. It also keeps the archive's transactions: one
+// per patient, from the patient's creation to the next patient's or the end
+// of the run.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/kairon-convert/archive.h"
+#include "tools/kairon-convert/catalogues.h"
+#include "tools/kairon-convert/failure_plan.h"
+#include "tools/kairon-convert/host_object.h"
+#include "tools/kairon-convert/progress.h"
+#include "tools/kairon-convert/trace.h"
+
+namespace refhost {
+
+// A patient's members, shared by the patient object and the session, which
+// writes them again at the end of the patient if they changed after the
+// master record was stored.
+struct PatientRecord {
+  int64_t number = 0;  // Paziente#N, and the patient's id in the archive
+  MemberBag members;
+  bool imported = false;  // the patients row is written
+  bool changed_since_write = false;
+};
+
+struct SessionSetup {
+  std::unique_ptr<Archive> archive;
+  std::unique_ptr<Trace> trace;  // null: no trace
+  FailurePlan failures;
+  Catalogue icd9, farmaci, esenzioni;
+  Provinces provinces;
+  std::string from, to;  // FiltroDa, FiltroA
+  std::map<std::string, std::string> utente;
+  bool progress = false;  // draw a progress bar on standard error
+  int stop_at_progress = 0;  // >0: the stop comes with that UpdateProgress, as a Ctrl-C would
+};
+
+struct SessionCounts {
+  std::map<std::string, int64_t> records_per_store;
+  int patients_ok = 0, patients_err = 0;
+  int64_t files = 0, file_bytes = 0;
+};
+
+class Session {
+ public:
+  explicit Session(SessionSetup setup);
+
+  Archive& archive() { return *setup_.archive; }
+  const SessionSetup& setup() const { return setup_; }
+  const SessionCounts& counts() const { return counts_; }
+
+  // A line of the trace; nothing without a trace.
+  void WriteTrace(const nlohmann::ordered_json& line);
+  // Counts a call against the --fail plan; true if it must fail.
+  bool CountCall(std::string_view object_name, std::string_view member) {
+    return setup_.failures.CountCall(object_name, member);
+  }
+
+  // AddMsg, ChangeMsg, AddInfo: into the archive, and the outcome of a
+  // patient's line into the counts.
+  void Message(const std::string& kind, const std::string& text);
+
+  // DaiPaziente was asked: the line that AddMsg opened is a patient's, and
+  // its ChangeMsg "OK" or "ERR" counts.
+  void PatientLineOpened() { patient_line_open_ = true; }
+
+  // UpdateProgress: draws the bar; true once a stop was asked for.
+  bool Progress(int percent);
+
+  // A new patient: ends the transaction of the one before (writing again
+  // the members that changed since their master record) and opens the
+  // patient's own.
+  std::shared_ptr<PatientRecord> BeginPatient();
+  // ImportaAnagrafica: writes the patients row.
+  void ImportPatient(PatientRecord& patient);
+  // A member of patient was set.
+  void PatientChanged(const std::shared_ptr<PatientRecord>& patient);
+
+  void CountRecord(const std::string& store) { ++counts_.records_per_store[store]; }
+  void CountFile(int64_t size) {
+    ++counts_.files;
+    counts_.file_bytes += size;
+  }
+
+  int64_t NextRicetta() { return ++ricette_; }
+  int64_t NextItemRicetta() { return ++items_; }
+  int64_t NextProblem() { return ++problems_; }
+  int64_t NextFile() { return ++files_; }
+
+  // The end of the run: the last patient's transaction is committed, the
+  // trace written out and closed, and the progress bar taken away. The
+  // archive stays open for the runs row.
+  void Finish();
+
+ private:
+  void WritePendingPatients();
+
+  SessionSetup setup_;
+  SessionCounts counts_;
+  std::optional<ProgressBar> progress_;
+  std::vector<std::shared_ptr<PatientRecord>> pending_;
+  int64_t progress_calls_ = 0;
+  int64_t patients_ = 0, ricette_ = 0, items_ = 0, problems_ = 0, files_ = 0;
+  bool patient_line_open_ = false;  // DaiPaziente came after the last AddMsg
+};
+
+// Ctrl-C's flag (see RequestStop), read by Session::Progress; a new run
+// clears it.
+bool StopRequested();
+void ClearStopRequest();
+
+}  // namespace refhost

@@ -1,0 +1,28 @@
+// A value as the archive and the trace write it: {"type": T, "value": V}
+// with T one of text, i16, i32, f64, bool, date, null, empty, object, bytes.
+// A date is "YYYY-MM-DD", or "YYYY-MM-DDTHH:MM:SS" when it has a time of
+// day; an object is its trace name; bytes are their length.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "host/value.h"
+
+namespace refhost {
+
+nlohmann::ordered_json TypedValue(const host::Value& value);
+
+// The trace name of an object: its own for a host object, "?" for an
+// object that isn't the host's.
+std::string TraceNameOf(const host::ObjectRef& object);
+
+// A boolean that the plug-in gives back: true for a non-zero boolean or
+// integer, false for anything else.
+bool ResultOf(const host::Value& value);
+
+// JSON text as the archive stores it; bytes that aren't valid UTF-8 become
+// U+FFFD.
+std::string JsonText(const nlohmann::ordered_json& json);
+
+}  // namespace refhost
