@@ -49,7 +49,7 @@ int main(int argc, char** argv) {
   convert.archive = (fs::path(work) / "bench.sqlite").string();
   convert.overwrite = true;
   convert.data_dir = KAIRON_DATA_DIR;
-  if (options != "all") convert.options = options;
+  if (options != "all") convert.options.emplace(options);
 
   refhost::ConvertOutcome outcome = refhost::Convert(plugin.CreateConversione(), convert);
 

@@ -151,7 +151,7 @@ class ClinicalTest : public ::testing::Test {
     archive->Close();
 
     refhost::ConvertOptions options;
-    options.options = kAllTen;
+    options.options.emplace(kAllTen);
     WriteCatalogues(*dir_, options);
     run_ = new fixture::Run(fixture::Convert((*dir_) / "GX_USER.FDB", options));
   }
@@ -358,10 +358,10 @@ TEST(ClinicalOrder, ServicesBeforeDiagnosesFindNoProblem) {
     archive->Close();
   }
   refhost::ConvertOptions after;
-  after.options = "diagnosi;prestazioni";
+  after.options.emplace("diagnosi;prestazioni");
   EXPECT_EQ(fixture::Convert(dir / "GX_USER.FDB", after).ArgsOf("PPIP", "Salva")[0][2], Text("P1"));
   refhost::ConvertOptions before;
-  before.options = "prestazioni;diagnosi";
+  before.options.emplace("prestazioni;diagnosi");
   EXPECT_EQ(fixture::Convert(dir / "GX_USER.FDB", before).ArgsOf("PPIP", "Salva")[0][2], Text(""));
 }
 
@@ -400,7 +400,7 @@ TEST(ClinicalFailures, EachConverterHasItsOwnTail) {
   };
   for (const auto& [category, fail, suffix] : cases) {
     refhost::ConvertOptions options;
-    options.options = category + ";appunti";
+    options.options.emplace(category + ";appunti");
     options.fail = {fail};
     fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
     EXPECT_TRUE(run.outcome.result) << category;
@@ -429,7 +429,7 @@ TEST(ClinicalFailures, MissingColumn) {
     archive->Close();
   }
   refhost::ConvertOptions options;
-  options.options = "pressione arteriosa";
+  options.options.emplace("pressione arteriosa");
   fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
   EXPECT_THAT(run.Messages(), ::testing::Contains(::testing::StartsWith(
                                   "AddInfo: MANCA MARIO - Pressione Arteriosa Errore 3265 ")));

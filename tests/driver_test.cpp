@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "host/failure.h"
+#include "plugin/Conversione.h"
 #include "support/fixture.h"
 
 namespace {
@@ -45,7 +47,7 @@ class DriverTest : public ::testing::Test {
 
 TEST_F(DriverTest, WholeRunReportsEveryPhaseAndPatient) {
   refhost::ConvertOptions options;
-  options.options = "";
+  options.options.emplace("");
   fixture::Run run = Convert(options);
   EXPECT_TRUE(run.outcome.result);
   EXPECT_THAT(run.Messages(),
@@ -59,6 +61,15 @@ TEST_F(DriverTest, WholeRunReportsEveryPhaseAndPatient) {
   ASSERT_EQ(dai.size(), 4u);
   EXPECT_EQ(dai[1], fixture::json::array({Text("D'Angelo"), Text("Mario"), Text("RSSMRA50C07H501X"),
                                           Text("07/03/1950"), Text("80380800000000000001")}));
+  // One patient's calls on the Interface, in their order.
+  std::vector<std::string> first_patient;
+  for (const auto& line : run.trace) {
+    if (line["obj"] != "Interface" || line["op"] != "call") continue;
+    if (line["member"] == "UpdateProgress" && !first_patient.empty()) break;
+    if (line["member"] == "UpdateProgress" || !first_patient.empty()) first_patient.push_back(line["member"]);
+  }
+  EXPECT_THAT(first_patient, ElementsAre("UpdateProgress", "AddMsg", "DaiPaziente", "DaiCodiceRegioneASL",
+                                         "ImportaAnagrafica", "ChangeMsg"));
   // Every UpdateProgress hands Stop by reference, still false.
   EXPECT_EQ(run.Calls("Interface", "UpdateProgress")[0]["args"][1], Bool(false));
 }
@@ -91,7 +102,7 @@ TEST_F(DriverTest, SurnameFilters) {
 
 TEST_F(DriverTest, OptionsAreMatchedByKeywordInTheirOrder) {
   refhost::ConvertOptions twice;
-  twice.options = "Pressione Arteriosa;PRESSIONE ARTERIOSA; Appunti;Sconosciuta;";
+  twice.options.emplace("Pressione Arteriosa;PRESSIONE ARTERIOSA; Appunti;Sconosciuta;");
   fixture::Run run = Convert(twice);
   EXPECT_EQ(run.Calls("Pressione", "Salva").size(), 2u);
   EXPECT_TRUE(run.Calls("Appunti", "Salva").empty());
@@ -99,7 +110,7 @@ TEST_F(DriverTest, OptionsAreMatchedByKeywordInTheirOrder) {
   // The form of ListaOpzioni, with blanks after the semicolons, runs its
   // first category only.
   refhost::ConvertOptions listed;
-  listed.options = "Pressione Arteriosa; Pressione Arteriosa";
+  listed.options.emplace("Pressione Arteriosa; Pressione Arteriosa");
   EXPECT_EQ(Convert(listed).Calls("Pressione", "Salva").size(), 1u);
 }
 
@@ -146,7 +157,7 @@ TEST_F(DriverTest, HostFailuresReachTheRightTrap) {
 
   // A failing category gives up that patient's later categories only.
   refhost::ConvertOptions options;
-  options.options = "pressione arteriosa;pressione arteriosa";
+  options.options.emplace("pressione arteriosa;pressione arteriosa");
   options.fail = {"Pressione.Salva@1"};
   fixture::Run run = Convert(options);
   EXPECT_TRUE(run.outcome.result);
@@ -183,6 +194,63 @@ TEST(DriverEdges, RefusedPatientsAndAwkwardKeys) {
   EXPECT_THAT(messages, ::testing::Contains("AddMsg: PACE ..."));
   EXPECT_EQ(run.Calls("Interface", "ImportaAnagrafica").size(), 1u);
   EXPECT_EQ(run.outcome.patients_err, 2);
+}
+
+}  // namespace
+
+namespace {
+
+// A host Interface that answers the driver's calls and keeps its lines; it
+// refuses every patient.
+class RecordingInterface : public host::Object {
+ public:
+  host::Value Get(std::string_view member) override {
+    if (host::SameName(member, "FiltroDa") || host::SameName(member, "FiltroA")) return "";
+    host::failures::Raise(host::failures::kMemberNotSupported);
+  }
+  void Set(std::string_view, const host::Value&) override {
+    host::failures::Raise(host::failures::kMemberNotSupported);
+  }
+  host::Value Call(std::string_view member, host::Args& args) override {
+    if (!host::SameName(member, "UpdateProgress") && !host::SameName(member, "DaiPaziente"))
+      lines.push_back(std::string(member) + ": " + host::TextOf(args[0].value()));
+    return host::Value();
+  }
+  std::vector<std::string> lines;
+};
+
+TEST(DriverEdges, SecondConvertiNeedsANewTest) {
+  fixture::TempDir dir;
+  {
+    auto archive = sample::Archive::Create(dir.path().string());
+    archive->Insert("PAZIENTI", fixture::Patient("S1", "Solo"));
+    archive->Close();
+  }
+  cnv::Conversione conversione;
+  Value lista;
+  host::Args test_args{dir / "GX_USER.FDB", host::Arg::Ref(lista)};
+  ASSERT_TRUE(host::TruthOf(conversione.Call("Test", test_args)));
+
+  auto recorder = std::make_shared<RecordingInterface>();
+  Value interface = host::ObjectRef(recorder);
+  host::Args first{"", "", host::Arg::Ref(interface)};
+  EXPECT_TRUE(host::TruthOf(conversione.Call("Converti", first)));
+  EXPECT_EQ(recorder->lines.back(), "AddInfo: Solo Mario: CodFisc, TesseraSSN o Data Nascita non validi (Almeno "
+                                    "uno di questi dati è necessario)");
+
+  // The first run closed the databases: the second fails on its first query.
+  recorder->lines.clear();
+  host::Args second{"", "", host::Arg::Ref(interface)};
+  EXPECT_FALSE(host::TruthOf(conversione.Call("Converti", second)));
+  EXPECT_THAT(recorder->lines, ElementsAre("AddMsg: Apertura database di origine", "ChangeMsg: OK",
+                                           "AddMsg: Inizio conversione pazienti", "ChangeMsg: Errore"));
+  EXPECT_THAT(host::TextOf(conversione.Get("LastError")), ::testing::StartsWith("3709 "));
+
+  // A new Test makes the instance usable again; the last failure stays.
+  ASSERT_TRUE(host::TruthOf(conversione.Call("Test", test_args)));
+  host::Args third{"", "", host::Arg::Ref(interface)};
+  EXPECT_TRUE(host::TruthOf(conversione.Call("Converti", third)));
+  EXPECT_THAT(host::TextOf(conversione.Get("LastError")), ::testing::StartsWith("3709 "));
 }
 
 }  // namespace

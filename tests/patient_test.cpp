@@ -53,7 +53,7 @@ class PatientTest : public ::testing::Test {
     archive->Close();
     run_ = new fixture::Run(fixture::Convert((*dir_) / "GX_USER.FDB", [] {
       refhost::ConvertOptions options;
-      options.options = "";
+      options.options.emplace("");
       return options;
     }()));
   }
@@ -167,7 +167,7 @@ TEST(PatientImport, RefusedMasterRecordGivesErrWithoutText) {
     archive->Close();
   }
   refhost::ConvertOptions options;
-  options.options = "pressione arteriosa";
+  options.options.emplace("pressione arteriosa");
   fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
   EXPECT_TRUE(run.outcome.result);
   // ImportaAnagrafica gives false for a blank surname: no category runs, and

@@ -88,6 +88,12 @@ int TestCommand(const host::ObjectRef& conversione, const std::string& conn, boo
     std::cout << "Test: " << (outcome.result ? "true" : "false") << "\n";
     for (const std::string& doctor : refhost::SplitDoctors(outcome.lista_medici)) std::cout << doctor << "\n";
     std::cout << "LastError: " << outcome.last_error << "\n";
+    // Test answers only whether the user database's file exists; a source
+    // whose databases don't open gives true without doctors, and the
+    // plug-in keeps the database's message to itself.
+    if (outcome.result && outcome.lista_medici.empty())
+      std::cerr << "kairon-convert: no doctors listed: STUDIO is empty, or one of GX_USER.FDB, GX_MEDIA.FDB,"
+                   " GX_DATA.FDB is missing or can't be opened\n";
   }
   return outcome.result ? kSuccess : kTestFalse;
 }
