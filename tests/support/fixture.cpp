@@ -3,9 +3,24 @@
 #include <fstream>
 #include <random>
 
+#include <gtest/gtest.h>
+#include <ibase.h>
+
 #include "plugin/Conversione.h"
 
 namespace fixture {
+namespace {
+
+// The embedded engine's threads end with the tests, before the process's
+// leak check runs at exit.
+class FirebirdShutdown : public ::testing::Environment {
+ public:
+  void TearDown() override { fb_shutdown(0, fb_shutrsn_app_stopped); }
+};
+[[maybe_unused]] ::testing::Environment* const firebird_shutdown =
+    ::testing::AddGlobalTestEnvironment(new FirebirdShutdown);
+
+}  // namespace
 
 TempDir::TempDir() {
   std::random_device random;
