@@ -437,3 +437,53 @@ TEST(ClinicalFailures, MissingColumn) {
 }
 
 }  // namespace
+
+namespace {
+
+// A generated sample with all ten categories: only the three patients made
+// to fail do, each with its own line.
+TEST(SampleConversion, OnlyTheIntendedPatientsFail) {
+  fixture::TempDir dir;
+  sample::SampleOptions sample_options;
+  sample_options.patients = 60;
+  sample::GenerateSample(dir.path().string(), sample_options);
+  refhost::ConvertOptions options;
+  options.options.emplace(kAllTen);
+  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
+  EXPECT_TRUE(run.outcome.result);
+  std::vector<std::string> details;
+  for (const std::string& message : run.Messages())
+    if (message.rfind("AddInfo: ", 0) == 0) details.push_back(message);
+  ASSERT_EQ(details.size(), 3u);
+  EXPECT_THAT(details[0], ::testing::StartsWith("AddInfo: - Anagrafica Errore 335544569 "));
+  EXPECT_THAT(details[1], ::testing::EndsWith(": CodFisc, TesseraSSN o Data Nascita non validi (Almeno uno di questi "
+                                              "dati è necessario)"));
+  EXPECT_EQ(details[2], "AddInfo: GALLO TERESA - Diagnosi Errore 5 Chiamata di routine o argomento non validi");
+  EXPECT_EQ(run.outcome.patients_err, 3);
+  EXPECT_GT(run.outcome.records_per_store["Problemi"], 100);
+}
+
+// A table the source lacks fails its category for every patient, with the
+// database's own message, and the run goes on to its end.
+TEST(SampleConversion, MissingTable) {
+  fixture::TempDir dir;
+  {
+    std::vector<sample::Table> schema = sample::DefaultSchema();
+    sample::DropTable(schema, "VACCINI");
+    auto archive = sample::Archive::Create(dir.path().string(), schema);
+    archive->Insert("PAZIENTI", fixture::Patient("T1", "Tabella"));
+    archive->Insert("PAZIENTI", fixture::Patient("T2", "Tavola"));
+    archive->Insert("MESSAGES", {{"CodCart", "T2"}, {"MESG", "x"}});
+    archive->Close();
+  }
+  refhost::ConvertOptions options;
+  options.options.emplace("vaccinazioni;appunti");
+  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
+  EXPECT_TRUE(run.outcome.result);
+  EXPECT_EQ(run.outcome.patients_err, 2);
+  EXPECT_THAT(run.Messages(), ::testing::Contains(::testing::StartsWith(
+                                  "AddInfo: TAVOLA MARIO - Vaccinazioni Errore 335544569 Dynamic SQL Error")));
+  EXPECT_TRUE(run.Calls("Appunti", "Salva").empty());
+}
+
+}  // namespace
