@@ -53,7 +53,15 @@ bool clsAmbulor::Converti(const std::string& /*medico: every patient is converte
 
     std::string filtro_da = TextOf(host::Get(InterfaceCorrente(), "FiltroDa"));
     std::string filtro_a = TextOf(host::Get(InterfaceCorrente(), "FiltroA"));
-    const std::vector<std::string> elementi = ElementiDi(opzioni);
+    // The converters that the option list names, in its order: an element is
+    // turned to lower case (not trimmed) and matched with a keyword exactly;
+    // one that matches nothing is passed over.
+    std::vector<Converter> categorie_scelte;
+    for (const std::string& elemento : ElementiDi(opzioni)) {
+      std::string keyword = host::text::Lower(elemento);
+      for (const Categoria& categoria : kCategorie)
+        if (keyword == categoria.keyword && categoria.converter != nullptr) categorie_scelte.push_back(categoria.converter);
+    }
 
     source::Recordset rs;
     rs.Open(QueryPazienti(filtro_da, filtro_a), conn_user_);
@@ -77,13 +85,9 @@ bool clsAmbulor::Converti(const std::string& /*medico: every patient is converte
           media_usati_ = std::make_unique<KeyedList>();
           immagini_usate_ = std::make_unique<KeyedList>();
           bool esito = ConvertiAnagrafica(cod_cart, paziente);
-          for (const std::string& elemento : elementi) {
-            std::string keyword = host::text::Lower(elemento);
-            for (const Categoria& categoria : kCategorie) {
-              if (keyword != categoria.keyword || categoria.converter == nullptr) continue;
-              if (esito) esito = (this->*categoria.converter)(cod_cart, paziente);
-              break;
-            }
+          for (Converter converter : categorie_scelte) {
+            if (!esito) break;
+            esito = (this->*converter)(cod_cart, paziente);
           }
           if (esito) {
             ChangeMsg("OK");

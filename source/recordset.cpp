@@ -276,23 +276,26 @@ host::Value Recordset::Impl::Decode(const Column& column) {
   }
 }
 
+namespace {
+
+// Ends an interface in the normal way (which also releases it) or, when
+// that fails, just drops the reference; either way it is forgotten.
+template <typename Interface, typename End>
+void EndOrRelease(Interface*& object, End end) {
+  if (object == nullptr) return;
+  try {
+    end();
+    object = nullptr;
+  } catch (const Firebird::FbException&) {
+    firebird::Release(object);
+  }
+}
+
+}  // namespace
+
 void Recordset::Impl::Release() {
-  if (cursor != nullptr) {
-    try {
-      cursor->close(&status);
-      cursor = nullptr;
-    } catch (const Firebird::FbException&) {
-      firebird::Release(cursor);
-    }
-  }
-  if (statement != nullptr) {
-    try {
-      statement->free(&status);
-      statement = nullptr;
-    } catch (const Firebird::FbException&) {
-      firebird::Release(statement);
-    }
-  }
+  EndOrRelease(cursor, [&] { cursor->close(&status); });
+  EndOrRelease(statement, [&] { statement->free(&status); });
   firebird::Release(metadata);
   firebird::Release(transaction);
   firebird::Release(attachment);
