@@ -22,7 +22,8 @@ std::vector<std::string> ElementiDi(const std::string& opzioni) {
 }
 
 // The second pass's query for the host's surname bounds, inclusive at both
-// ends and compared as the database compares them.
+// ends and compared as the database compares them. The bounds come in the
+// bytes of the column Cognome (source::TextForColumn).
 std::string QueryPazienti(const std::string& filtro_da, const std::string& filtro_a) {
   if (filtro_da.empty() && filtro_a.empty()) return "SELECT * FROM PAZIENTI ORDER BY COGNOME, NOME";
   std::string query = "SELECT * FROM PAZIENTI where ";
@@ -53,6 +54,8 @@ bool clsAmbulor::Converti(const std::string& /*medico: every patient is converte
 
     std::string filtro_da = TextOf(host::Get(InterfaceCorrente(), "FiltroDa"));
     std::string filtro_a = TextOf(host::Get(InterfaceCorrente(), "FiltroA"));
+    filtro_da = source::TextForColumn(conn_user_, "PAZIENTI", "Cognome", filtro_da);
+    filtro_a = source::TextForColumn(conn_user_, "PAZIENTI", "Cognome", filtro_a);
     // The converters that the option list names, in its order: an element is
     // turned to lower case (not trimmed) and matched with a keyword exactly;
     // one that matches nothing is passed over.
@@ -68,7 +71,8 @@ bool clsAmbulor::Converti(const std::string& /*medico: every patient is converte
     int64_t conteggio = 0;
     while (!rs.Eof() && !host::TruthOf(stop_)) {
       ++conteggio;
-      std::string cod_cart = TextOf(rs.Field("Cod_Cart"));
+      // The key goes into every query of the patient in the bytes it was read from.
+      std::string cod_cart = rs.QueryText("Cod_Cart");
       if (!cod_cart.empty()) {
         UpdateProgress(Percentuale(conteggio, totale), stop_);
         AddMsg(host::text::Upper(TextOf(rs.Field("cognome"))) + " " + host::text::Upper(TextOf(rs.Field("nome"))) +

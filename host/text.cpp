@@ -1,5 +1,8 @@
 #include "host/text.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include <unicode/locid.h>
 #include <unicode/unistr.h>
 #include <unicode/utf8.h>
@@ -67,6 +70,25 @@ std::string FromLegacyBytes(std::string_view bytes) {
     u.append(b >= 0x80 && b < 0xA0 ? kWindows1252High[b - 0x80] : static_cast<char16_t>(b));
   }
   return ToUtf8(u);
+}
+
+std::optional<std::string> ToWindows1252(std::string_view utf8) {
+  std::string out;
+  out.reserve(utf8.size());
+  int32_t i = 0, length = static_cast<int32_t>(utf8.size());
+  while (i < length) {
+    UChar32 c;
+    U8_NEXT(utf8.data(), i, length, c);
+    if (c < 0) return std::nullopt;
+    if (c < 0x80 || (c >= 0xA0 && c <= 0xFF)) {
+      out += static_cast<char>(c);
+      continue;
+    }
+    const char16_t* high = std::find(std::begin(kWindows1252High), std::end(kWindows1252High), c);
+    if (high == std::end(kWindows1252High)) return std::nullopt;
+    out += static_cast<char>(0x80 + (high - std::begin(kWindows1252High)));
+  }
+  return out;
 }
 
 }  // namespace host::text

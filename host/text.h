@@ -2,6 +2,7 @@
 // those of characters (code points), worked out with ICU, never of bytes.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -24,5 +25,10 @@ bool IsValidUtf8(std::string_view bytes);
 // Bytes of a legacy column: kept when they are valid UTF-8, read as
 // Windows-1252 otherwise.
 std::string FromLegacyBytes(std::string_view bytes);
+
+// UTF-8 text as Windows-1252 bytes, the inverse of the reading above (the
+// five bytes that the code page leaves unassigned come back from their C1
+// controls). Nullopt when a character has no byte in the code page.
+std::optional<std::string> ToWindows1252(std::string_view utf8);
 
 }  // namespace host::text

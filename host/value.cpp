@@ -1,6 +1,8 @@
 #include "host/value.h"
 
 #include <charconv>
+#include <cctype>
+#include <cmath>
 #include <cstdio>
 
 #include "host/failure.h"
@@ -109,6 +111,38 @@ std::string FormatDate(const Date& d) {
   return buf;
 }
 
+std::string NumberText(double number) {
+  if (std::isnan(number)) return "NaN";
+  if (std::isinf(number)) return number < 0 ? "-Inf" : "Inf";
+  if (number == 0) return "0";
+  // Fifteen significant digits as d.dddddddddddddde[+-]x: the exponent is
+  // read after the rounding, so that 999999999999999.9 counts as 1E+15.
+  char scientific[40];
+  std::snprintf(scientific, sizeof scientific, "%.14e", number);
+  std::string_view text(scientific);
+  const size_t e = text.find('e');
+  const bool negative = text.front() == '-';
+  std::string digits;
+  for (char c : text.substr(0, e))
+    if (c >= '0' && c <= '9') digits += c;
+  while (digits.size() > 1 && digits.back() == '0') digits.pop_back();
+  int exponent = 0;
+  std::from_chars(text.data() + e + (text[e + 1] == '+' ? 2 : 1), text.data() + text.size(), exponent);
+
+  std::string out = negative ? "-" : "";
+  if (exponent >= 15 || exponent < -4) {
+    out += digits.substr(0, 1);
+    if (digits.size() > 1) out += "." + digits.substr(1);
+    char tail[16];
+    std::snprintf(tail, sizeof tail, "E%c%02d", exponent < 0 ? '-' : '+', exponent < 0 ? -exponent : exponent);
+    return out + tail;
+  }
+  if (exponent < 0) return out + "0." + std::string(static_cast<size_t>(-exponent - 1), '0') + digits;
+  const size_t whole = static_cast<size_t>(exponent) + 1;
+  if (digits.size() <= whole) return out + digits + std::string(whole - digits.size(), '0');
+  return out + digits.substr(0, whole) + "." + digits.substr(whole);
+}
+
 std::string TextOf(const Value& v) {
   switch (v.type()) {
     case Type::Empty:
@@ -121,11 +155,8 @@ std::string TextOf(const Value& v) {
       return std::to_string(v.integer());
     case Type::Bool:
       return v.integer() ? "True" : "False";
-    case Type::F64: {
-      char buf[32];
-      auto [end, ec] = std::to_chars(buf, buf + sizeof buf, v.number());
-      return std::string(buf, end);
-    }
+    case Type::F64:
+      return NumberText(v.number());
     case Type::Date: {
       const Date& d = v.date();
       if (!d.has_time()) return FormatDate(d);
@@ -153,17 +184,25 @@ int ReadNumber(std::string_view s, size_t& pos, size_t max_digits) {
   return pos == start ? -1 : n;
 }
 
+void SkipBlanks(std::string_view s, size_t& pos) {
+  while (pos < s.size() && s[pos] == ' ') ++pos;
+}
+
+// An optional time of day at pos, after one or more blanks or a "T": hours
+// and minutes, optionally seconds with a fraction that is dropped; ":" or "."
+// between the parts, the same throughout. True if the text ends with it.
 bool ReadTime(std::string_view s, size_t& pos, Date& d) {
+  d.hour = d.minute = d.second = 0;
   if (pos == s.size()) return true;
   if (s[pos] != ' ' && s[pos] != 'T') return false;
-  while (pos < s.size() && s[pos] == ' ') ++pos;
+  SkipBlanks(s, pos);
   if (pos < s.size() && s[pos] == 'T') ++pos;
   d.hour = ReadNumber(s, pos, 2);
-  if (d.hour < 0 || pos >= s.size() || s[pos++] != ':') return false;
+  if (d.hour < 0 || pos >= s.size() || (s[pos] != ':' && s[pos] != '.')) return false;
+  const char sep = s[pos++];
   d.minute = ReadNumber(s, pos, 2);
   if (d.minute < 0) return false;
-  d.second = 0;
-  if (pos < s.size() && s[pos] == ':') {
+  if (pos < s.size() && s[pos] == sep) {
     ++pos;
     d.second = ReadNumber(s, pos, 2);
     if (d.second < 0) return false;
@@ -175,31 +214,74 @@ bool ReadTime(std::string_view s, size_t& pos, Date& d) {
   return pos == s.size();
 }
 
+// The month that an Italian month name or its three-letter form names, in
+// any case (1 to 12), read at pos; 0 when the letters there name none.
+int ReadMonthName(std::string_view s, size_t& pos) {
+  static constexpr const char* kMonths[] = {"gennaio", "febbraio", "marzo",     "aprile",  "maggio",   "giugno",
+                                            "luglio",  "agosto",   "settembre", "ottobre", "novembre", "dicembre"};
+  std::string word;
+  size_t end = pos;
+  for (; end < s.size() && std::isalpha(static_cast<unsigned char>(s[end])); ++end)
+    word += static_cast<char>(std::tolower(static_cast<unsigned char>(s[end])));
+  for (int month = 1; month <= 12; ++month) {
+    const std::string_view name = kMonths[month - 1];
+    if (word == name || word == name.substr(0, 3)) {
+      pos = end;
+      return month;
+    }
+  }
+  return 0;
+}
+
+// The separator between a month name and its neighbours: blanks, or one of
+// "/", "-", "." with blanks allowed around it. False if there is none.
+bool ReadNameSeparator(std::string_view s, size_t& pos) {
+  const size_t start = pos;
+  SkipBlanks(s, pos);
+  if (pos < s.size() && (s[pos] == '/' || s[pos] == '-' || s[pos] == '.')) {
+    ++pos;
+    SkipBlanks(s, pos);
+  }
+  return pos > start;
+}
+
+// A year of the day-first forms: four digits, or one or two read in the
+// window 00-29 as 2000-2029 and 30-99 as 1930-1999; -1 for anything else.
+int ReadYear(std::string_view s, size_t& pos) {
+  const size_t start = pos;
+  const int year = ReadNumber(s, pos, 4);
+  if (year < 0) return -1;
+  if (pos - start <= 2) return year + (year < 30 ? 2000 : 1900);
+  return pos - start == 4 ? year : -1;
+}
+
 std::optional<Date> ParseDate(std::string_view raw) {
   std::string trimmed = text::Trim(raw);
   std::string_view s = trimmed;
   size_t pos = 0;
   Date d;
-  int first = ReadNumber(s, pos, 4);
-  if (first < 0 || pos >= s.size()) return std::nullopt;
-  char sep = s[pos];
-  if (sep != '/' && sep != '-' && sep != '.') return std::nullopt;
-  bool year_first = pos == 4;
-  ++pos;
-  int second = ReadNumber(s, pos, 2);
-  if (second < 0 || pos >= s.size() || s[pos] != sep) return std::nullopt;
-  ++pos;
-  size_t third_start = pos;
-  int third = ReadNumber(s, pos, year_first ? 2 : 4);
-  if (third < 0) return std::nullopt;
-  if (year_first) {
-    d.year = first, d.month = second, d.day = third;
+  const int first = ReadNumber(s, pos, 4);
+  const size_t first_length = pos;
+  if (first < 0 || pos + 1 >= s.size()) return std::nullopt;
+
+  const char sep = s[pos];
+  const bool numeric = (sep == '/' || sep == '-' || sep == '.') && std::isdigit(static_cast<unsigned char>(s[pos + 1]));
+  if (numeric) {
+    ++pos;
+    const int second = ReadNumber(s, pos, 2);
+    if (pos >= s.size() || s[pos] != sep) return std::nullopt;
+    ++pos;
+    if (first_length == 4) {
+      d.year = first, d.month = second, d.day = ReadNumber(s, pos, 2);
+    } else {
+      d.day = first, d.month = second, d.year = ReadYear(s, pos);
+    }
   } else {
-    if (pos - third_start <= 2) third += third < 30 ? 2000 : 1900;
-    else if (pos - third_start != 4) return std::nullopt;
-    d.day = first, d.month = second, d.year = third;
+    if (first_length > 2 || !ReadNameSeparator(s, pos)) return std::nullopt;
+    d.month = ReadMonthName(s, pos);
+    if (d.month == 0 || !ReadNameSeparator(s, pos)) return std::nullopt;
+    d.day = first, d.year = ReadYear(s, pos);
   }
-  d.hour = d.minute = d.second = 0;
   if (!ReadTime(s, pos, d) || !IsValidDate(d)) return std::nullopt;
   return d;
 }

@@ -75,16 +75,23 @@ class Value {
   std::vector<uint8_t> bytes_;
 };
 
-// The text of a value: Empty and Null give "", numbers their shortest
-// decimal form with "." as separator, booleans "True" / "False", dates
+// A number as text: plain decimal notation with "." as separator, at most 15
+// significant digits, no trailing zeros; from 1E+15 up and below 1E-04 in
+// magnitude the exponent form "1.5E+15", "1E-05". 100000 gives "100000", 0.1 +
+// 0.2 gives "0.3", 0.0001 gives "0.0001". Every number becomes text this way.
+std::string NumberText(double number);
+
+// The text of a value: Empty and Null give "", integers their digits,
+// doubles their NumberText, booleans "True" / "False", dates
 // "dd/mm/yyyy" with " hh:mm:ss" when they have a time of day, bytes their
 // content as UTF-8 (Windows-1252 where that isn't valid). An object raises
 // type mismatch (13).
 std::string TextOf(const Value& v);
 
-// The date that a value holds or that its text reads as ("dd/mm/yyyy",
-// "d/m/yy", "dd-mm-yyyy", "dd.mm.yyyy", "yyyy-mm-dd", each optionally with a
-// time "hh:mm[:ss]"); nullopt for anything else, Null included.
+// The date that a value holds or that its text reads as, blanks around it
+// passed over (the forms are listed with the reading rules, in
+// plugin/modConversione.h); nullopt for anything else, Null included, and for
+// a date that doesn't exist (31/02).
 std::optional<Date> DateOf(const Value& v);
 
 // The date rendered as "dd/mm/yyyy"; the time of day falls away.

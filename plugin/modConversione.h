@@ -43,8 +43,23 @@ bool IsTrue(const host::Value& v);
 
 // Reading rules.
 
-// The value as text; Null gives "" (the value model's own conversion).
+// The value as text; Null gives "" and a number its host::NumberText, as
+// "100000" or "72.5" (the value model's own conversion).
 using host::TextOf;
+
+// Dates in text columns are read as people type them, day first:
+//   day, month and year with "/", "-" or "." between them (the same twice):
+//     "7/3/1950", "07-03-1950", "07.03.50";
+//   day, Italian month name or its first three letters in any case, and year,
+//     with blanks, "/", "-" or "." between them: "7 marzo 1950", "07-MAR-1950",
+//     "7 mar. 50";
+//   the year first, as "1950-03-07" (four digits, then month and day);
+//   a two-digit year in the window 00-29 as 2000-2029, 30-99 as 1930-1999;
+//   an optional time of day after blanks (or "T"), its parts joined by ":" or
+//   ".": "07/03/1950 10.30", "07/03/1950 10:30:15.250".
+// Nothing is read month first: "03/07/1950" is the 3rd of July, and "mar 7
+// 1950" or "March 7, 1950" read as no date, as do dates that don't exist
+// ("31/02/2014").
 
 // The date that the value holds or reads as, as "dd/mm/yyyy" (time of day
 // dropped). Null and empty give ""; a text that reads as no date comes back

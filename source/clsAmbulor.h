@@ -47,7 +47,8 @@ class clsAmbulor {
  private:
   // A converter of one category: reads its rows by the patient's key, hands
   // them to the patient object, and gives false (with LastError written by
-  // ErroreMsg) when a failure ended it.
+  // ErroreMsg) when a failure ended it. The key cod_cart is the source's own
+  // bytes (Recordset::QueryText), set into queries unchanged.
   using Converter = bool (clsAmbulor::*)(const std::string& cod_cart, host::Value& paziente);
   struct Categoria {
     const char* keyword;  // lower case, as the host's option list is matched

@@ -1,10 +1,14 @@
 #include "source/recordset.h"
 
+#include <unicode/ucnv.h>
 #include <unicode/unistr.h>
+
+#include <algorithm>
 
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -113,6 +117,7 @@ struct Recordset::Impl {
   void Fetch();
   host::Value Decode(const Column& column);
   host::Value DecodeText(std::string_view bytes, unsigned charset, unsigned declared_bytes);
+  std::string StoredBytes(const Column& column);
   std::string ReadBlob(ISC_QUAD id);
   unsigned BytesPerCharacter(unsigned charset) const;
   void Release();
@@ -276,6 +281,21 @@ host::Value Recordset::Impl::Decode(const Column& column) {
   }
 }
 
+// The bytes of a text column of the current row as the database holds them.
+std::string Recordset::Impl::StoredBytes(const Column& column) {
+  const unsigned char* data = buffer.data() + column.offset;
+  switch (column.type) {
+    case SQL_TEXT:
+      return std::string(reinterpret_cast<const char*>(data), column.length);
+    case SQL_VARYING:
+      return std::string(reinterpret_cast<const char*>(data) + sizeof(uint16_t), Load<uint16_t>(data));
+    case SQL_BLOB:
+      return ReadBlob(Load<ISC_QUAD>(data));
+    default:
+      return {};
+  }
+}
+
 namespace {
 
 // Ends an interface in the normal way (which also releases it) or, when
@@ -364,6 +384,92 @@ host::Value Recordset::Field(std::string_view name) const {
   return impl_->row[found->second];
 }
 
+std::string Recordset::QueryText(std::string_view name) const {
+  const host::Value value = Field(name);
+  if (value.is_null()) return "";
+  const Column& column = impl_->columns[impl_->column_by_name.at(AsciiUpper(name))];
+  try {
+    if (column.type == SQL_TEXT || column.type == SQL_VARYING || (column.type == SQL_BLOB && column.sub_type == isc_blob_text))
+      return impl_->StoredBytes(column);
+  } catch (const Firebird::FbException& error) {
+    throw firebird::FailureOf(error);
+  }
+  if (column.type == SQL_INT64 && column.scale == 0)
+    return std::to_string(Load<int64_t>(impl_->buffer.data() + column.offset));
+  return host::TextOf(value);
+}
+
 void Recordset::Close() { impl_->Release(); }
+
+namespace {
+
+// UTF-8 text in a character set that ICU knows by name; nullopt when a
+// character has no bytes there.
+std::optional<std::string> EncodeWithIcu(const std::string& text, const std::string& converter_name) {
+  UErrorCode error = U_ZERO_ERROR;
+  UConverter* converter = ucnv_open(converter_name.c_str(), &error);
+  if (U_FAILURE(error)) return std::nullopt;
+  ucnv_setFromUCallBack(converter, UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &error);
+  const icu::UnicodeString unicode = icu::UnicodeString::fromUTF8(text);
+  std::string bytes(static_cast<size_t>(unicode.length()) * 4 + 4, '\0');
+  const int32_t length = ucnv_fromUChars(converter, bytes.data(), static_cast<int32_t>(bytes.size()),
+                                         unicode.getBuffer(), unicode.length(), &error);
+  ucnv_close(converter);
+  if (U_FAILURE(error)) return std::nullopt;
+  bytes.resize(static_cast<size_t>(length));
+  return bytes;
+}
+
+bool IsAscii(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+// Whether a column without character set holds Windows-1252 text: some
+// stored value that isn't plain ASCII is not valid UTF-8 either.
+bool HoldsWindows1252(Connection& connection, const std::string& table, const std::string& column) {
+  Recordset rows;
+  rows.Open("SELECT " + column + " FROM " + table, connection);
+  for (; !rows.Eof(); rows.MoveNext()) {
+    if (!host::text::IsValidUtf8(rows.QueryText(column))) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::string TextForColumn(Connection& connection, const std::string& table, const std::string& column,
+                          const std::string& text) {
+  if (IsAscii(text)) return text;
+  Recordset probe;
+  probe.Open("SELECT " + column + " FROM " + table + " WHERE 1 = 0", connection);
+  Recordset::Impl& impl = *probe.impl_;
+  const unsigned charset = impl.columns.at(0).charset;
+  std::string charset_name = "NONE";
+  if (auto known = impl.character_sets->find(charset); known != impl.character_sets->end())
+    charset_name = known->second.name;
+  probe.Close();
+
+  std::optional<std::string> bytes;
+  switch (charset) {
+    case firebird::kCharsetUtf8:
+    case firebird::kCharsetUnicodeFss:
+      return text;
+    case firebird::kCharsetNone:
+    case firebird::kCharsetAscii:
+    case firebird::kCharsetOctets:
+      if (!HoldsWindows1252(connection, table, column)) return text;
+      bytes = host::text::ToWindows1252(text);
+      charset_name = "WIN1252";
+      break;
+    default:
+      bytes = EncodeWithIcu(text, IcuConverterName(charset_name));
+  }
+  if (!bytes) {
+    throw host::Failure(host::failures::kInvalidArgument, "Il testo \"" + text +
+                                                              "\" ha caratteri che la codifica della colonna " +
+                                                              column + " (" + charset_name + ") non rappresenta");
+  }
+  return *bytes;
+}
 
 }  // namespace source

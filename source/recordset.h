@@ -42,13 +42,29 @@ class Recordset {
   // and 3021 at Eof.
   host::Value Field(std::string_view name) const;
 
+  // The field as it goes back into a query of the same source: a text
+  // column's bytes exactly as stored (not decoded, CHAR padding kept), the
+  // digits of a whole number (all of them, for a NUMERIC(18,0) or BIGINT
+  // too), the text of any other value; "" for Null. Raises as Field does.
+  std::string QueryText(std::string_view name) const;
+
   // Releases the query. Closing twice does nothing.
   void Close();
 
   struct Impl;
 
  private:
+  friend std::string TextForColumn(Connection&, const std::string&, const std::string&, const std::string&);
   std::unique_ptr<Impl> impl_;
 };
+
+// The text as the bytes that a literal compared with column of table must
+// hold: the column's character set; for a column without one, Windows-1252
+// when some stored value isn't valid UTF-8 (the column holds Windows-1252
+// text), UTF-8 otherwise. ASCII text comes back as it is, without a query.
+// Raises 5 when a character has no byte in that character set, and the
+// database's failure when the table or the column is missing.
+std::string TextForColumn(Connection& connection, const std::string& table, const std::string& column,
+                          const std::string& text);
 
 }  // namespace source

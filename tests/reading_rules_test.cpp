@@ -53,6 +53,56 @@ TEST(DateText, DatesTimestampsAndTexts) {
   EXPECT_EQ(cnv::DateText(Value("31/02/2014")), "31/02/2014");
 }
 
+TEST(NumberText, PlainDecimalsUpToFifteenDigits) {
+  EXPECT_EQ(host::NumberText(100000), "100000");
+  EXPECT_EQ(host::NumberText(2000000), "2000000");
+  EXPECT_EQ(host::NumberText(72.5), "72.5");
+  EXPECT_EQ(host::NumberText(-0.25), "-0.25");
+  EXPECT_EQ(host::NumberText(0.1 + 0.2), "0.3");
+  EXPECT_EQ(host::NumberText(1.0 / 3.0), "0.333333333333333");
+  EXPECT_EQ(host::NumberText(0.0001), "0.0001");
+  EXPECT_EQ(host::NumberText(0.00012345), "0.00012345");
+  EXPECT_EQ(host::NumberText(0.0), "0");
+  EXPECT_EQ(host::NumberText(-0.0), "0");
+  EXPECT_EQ(host::NumberText(123456789012345.0), "123456789012345");
+  // The exponent form from 1E+15 up and below 1E-04.
+  EXPECT_EQ(host::NumberText(1e15), "1E+15");
+  EXPECT_EQ(host::NumberText(999999999999999.9), "1E+15");
+  EXPECT_EQ(host::NumberText(1234567890123456.0), "1.23456789012346E+15");
+  EXPECT_EQ(host::NumberText(0.00001), "1E-05");
+  EXPECT_EQ(host::NumberText(-0.000015), "-1.5E-05");
+  EXPECT_EQ(host::NumberText(1e100), "1E+100");
+  // Through the text of a value, and back through the number rule.
+  EXPECT_EQ(cnv::TextOf(Value(100000.0)), "100000");
+  EXPECT_EQ(cnv::NumberOf(Value(1e20)), 1e20);
+}
+
+TEST(DateText, FormsPeopleType) {
+  struct Case {
+    const char* typed;
+    const char* read;
+  };
+  const Case cases[] = {
+      {"07/03/1950 10.30", "07/03/1950"},    {"07/03/1950 10.30.15", "07/03/1950"},
+      {"7-3-1950 9:05", "07/03/1950"},       {"07.03.50", "07/03/1950"},
+      {"7/3/29", "07/03/2029"},              {"7/3/30", "07/03/1930"},
+      {"7/3/00", "07/03/2000"},              {"7 marzo 1950", "07/03/1950"},
+      {"7 mar 1950", "07/03/1950"},          {"07-MAR-1950", "07/03/1950"},
+      {"1 Gennaio 2001", "01/01/2001"},      {"31 dic 99", "31/12/1999"},
+      {"15/ago/2010", "15/08/2010"},         {"2 set. 2014 08.15", "02/09/2014"},
+      {"12 SETTEMBRE 1975", "12/09/1975"},   {"29 feb 2012", "29/02/2012"},
+      {"1950-03-07T10:30:00", "07/03/1950"}, {"07/03/1950 10:30:15.250", "07/03/1950"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(cnv::DateText(Value(c.typed), "none"), c.read) << c.typed;
+
+  // Month first, English names, impossible dates, mixed separators and
+  // texts that merely start like a date stay unread.
+  for (const char* unread : {"mar 7 1950", "March 7, 1950", "7 march 1950", "7 marz 1950", "29 feb 2013",
+                             "07/03-1950", "7 3 1950", "07/03/1950 10", "07/03/1950 10.30:15", "07/03/1950 25.00",
+                             "12.5 mg", "7marzo1950", "07/03/195", "1950/3", "marzo"})
+    EXPECT_EQ(cnv::DateText(Value(unread), "none"), "none") << unread;
+}
+
 TEST(DateText, FallbackCoversNullAndNonDates) {
   EXPECT_EQ(cnv::DateText(Value::Null(), "01/01/2012"), "01/01/2012");
   EXPECT_EQ(cnv::DateText(Value("n.d."), "01/01/2014"), "01/01/2014");
@@ -126,6 +176,11 @@ TEST(Text, CharactersNotBytes) {
   EXPECT_EQ(host::text::FromLegacyBytes("Nicol\xF2"), "Nicolò");
   EXPECT_EQ(host::text::FromLegacyBytes("\x80 \x92"), "€ ’");
   EXPECT_EQ(host::text::FromLegacyBytes("già UTF-8"), "già UTF-8");
+  // Windows-1252 written back gives the bytes it was read from, all 256.
+  std::string every_byte;
+  for (int b = 1; b < 256; ++b) every_byte += static_cast<char>(b);
+  EXPECT_EQ(host::text::ToWindows1252(host::text::FromLegacyBytes(every_byte)), every_byte);
+  EXPECT_FALSE(host::text::ToWindows1252("Łódź").has_value());
 }
 
 TEST(KeyedList, KeysIgnoreCaseAndRefuseDuplicates) {

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "host/value.h"
 #include "tools/kairon-convert/reference_host.h"
 
 namespace refhost {
@@ -22,6 +23,8 @@ std::map<std::string, std::string> ParseUtente(const std::string& json) {
   for (const auto& [member, value] : parsed.items()) {
     if (value.is_string())
       utente[member] = value.get<std::string>();
+    else if (value.is_number_float())
+      utente[member] = host::NumberText(value.get<double>());
     else if (value.is_number() || value.is_boolean())
       utente[member] = value.dump();
     else
