@@ -13,6 +13,7 @@
 #include "host/value.h"
 #include "source/connection.h"
 #include "source/keyed_list.h"
+#include "source/recordset.h"
 
 namespace cnv {
 
@@ -44,6 +45,11 @@ class clsAmbulor {
   // and the description, with blanks trimmed off the whole.
   void ErroreMsg(const std::string& msg, const host::Failure& failure);
 
+  // One record of ESAMI, found by its RECORD, as a visit prescription of a
+  // single item; a record that is missing or has no date saves nothing.
+  // Failures pass to the caller, whose trap reports them.
+  void ConvertiRicettaVisita(host::Value& paziente, int32_t record);
+
  private:
   // A converter of one category: reads its rows by the patient's key, hands
   // them to the patient object, and gives false (with LastError written by
@@ -69,6 +75,9 @@ class clsAmbulor {
   bool ConvertiEsenzioni(const std::string& cod_cart, host::Value& paziente);
   bool ConvertiEventi(const std::string& cod_cart, host::Value& paziente);
   bool ConvertiPressioneArteriosa(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiPrescrizioniEsami(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiPrescrizioniFarmaceutiche(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiPrescrizioniLibere(const std::string& cod_cart, host::Value& paziente);
   bool ConvertiPrestazioni(const std::string& cod_cart, host::Value& paziente);
   bool ConvertiVaccinazioni(const std::string& cod_cart, host::Value& paziente);
   bool ConvertiVisiteAmbulatoriali(const std::string& cod_cart, host::Value& paziente);
@@ -78,6 +87,22 @@ class clsAmbulor {
   // to empty text when there is none.
   void CercaProblema(host::Value& paziente, const host::Value& diagnosi, host::Value& id_problema,
                      host::Value& id_rif1);
+
+  // The header of a free prescription from the current row of the RICETTE
+  // recordset rs, dated data, saved through the patient's Ricette store.
+  void SalvaRicettaLibera(host::Value& paziente, host::Value& ricetta, const host::Date& data,
+                          const source::Recordset& rs);
+  // One line of a free prescription as an item of ricetta: testo in upper
+  // case and trimmed, the quantity qt, the row's exemption code cod_esenz.
+  void SalvaVoceRicettaLibera(host::Value& paziente, host::Value& ricetta, int32_t qt, const std::string& testo,
+                              const std::string& cod_esenz);
+  // The members of a prescription header that all kinds fill alike, from
+  // MedicoCAP to Priorita: the doctor's and the numbers left empty, the
+  // patient's taken from the patient object.
+  void ImpostaMedicoEPaziente(host::Value& ricetta, host::Value& paziente);
+  // The Tipo of the drug that the host's drug archive holds under codice,
+  // as text; empty for an empty code or one the archive doesn't know.
+  std::string TipoFarmacoDaCodice(const std::string& codice);
 
   // The failure tail of a converter: LastError names the patient, the
   // category's suffix (" - Appunti") and the failure under way.

@@ -1,0 +1,530 @@
+// The four kinds of prescription end to end: headers and items read back from
+// the trace member by member, in the order and with the types they were set,
+// the grouping of rows by day, the failures, and the archive's links.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <fstream>
+
+#include "host/failure.h"
+#include "plugin/modConversione.h"
+#include "source/clsAmbulor.h"
+#include "support/fixture.h"
+#include "tools/kairon-convert/reference_host.h"
+
+namespace {
+
+using fixture::Bool;
+using fixture::F64;
+using fixture::I16;
+using fixture::I32;
+using fixture::json;
+using fixture::Text;
+using host::Date;
+using host::Value;
+
+using Members = std::vector<std::pair<std::string, json>>;
+
+const Date kToday{2026, 11, 23};
+
+// A prescription as the trace shows it: the members set on its object, and
+// each item saved with it (store and members).
+struct Prescription {
+  Members header;
+  std::vector<std::pair<std::string, Members>> items;
+};
+
+Members MembersSetOn(const std::vector<json>& trace, const std::string& obj) {
+  Members members;
+  for (const json& line : trace)
+    if (line["op"] == "set" && line["obj"] == obj) members.emplace_back(line["member"], line["value"]);
+  return members;
+}
+
+// The prescriptions of one patient object (Paziente#N), in the order saved.
+std::vector<Prescription> PrescriptionsOf(const fixture::Run& run, const std::string& patient) {
+  std::vector<Prescription> prescriptions;
+  std::vector<std::string> names;
+  for (const json& line : run.trace) {
+    if (line["op"] != "call" || line["member"] != "Salva" || line.contains("failed")) continue;
+    std::string obj = line["obj"];
+    if (obj == patient + ".Ricette") {
+      names.push_back(line["args"][0]["value"]);
+      prescriptions.push_back({MembersSetOn(run.trace, names.back()), {}});
+    } else if (obj.rfind(patient + ".Prescrizione", 0) == 0) {
+      std::string ricetta = line["args"][1]["value"];
+      auto it = std::find(names.begin(), names.end(), ricetta);
+      if (it == names.end()) ADD_FAILURE() << "an item of a prescription never saved: " << ricetta;
+      else
+        prescriptions[it - names.begin()].items.emplace_back(obj.substr(patient.size() + 1),
+                                                             MembersSetOn(run.trace, line["args"][0]["value"]));
+    }
+  }
+  return prescriptions;
+}
+
+// From MedicoCAP to Priorita, for the patients of fixture::Patient (no
+// address, town, sex or patient type).
+Members DoctorAndPatient(const std::string& cognome) {
+  Members members;
+  for (const char* medico : {"MedicoCAP", "MedicoCitta", "MedicoCodiceFiscale", "MedicoCodiceRegionale",
+                             "MedicoCodiceRegioneASL", "MedicoCognome", "MedicoIndirizzo", "MedicoNome",
+                             "MedicoProvincia", "MedicoRegione", "MedicoTelefono", "NRE", "IUP"})
+    members.emplace_back(medico, Text(""));
+  members.insert(members.end(), {{"PazienteCAP", Text("")},
+                                 {"PazienteCitta", Text("")},
+                                 {"PazienteCodiceFiscale", Text("RSSMRA50C07H501X")},
+                                 {"PazienteCognome", Text(cognome)},
+                                 {"PazienteDataNascita", Text("07/03/1950")},
+                                 {"PazienteIndirizzo", Text("")},
+                                 {"PazienteLuogoNascita", Text("")},
+                                 {"PazienteNome", Text("MARIO")},
+                                 {"PazienteProvincia", Text("")},
+                                 {"PazienteSesso", Text("")},
+                                 {"PazienteTipo", Text("")},
+                                 {"Priorita", Text("")}});
+  return members;
+}
+
+Members Join(Members first, const Members& middle, const Members& last) {
+  first.insert(first.end(), middle.begin(), middle.end());
+  first.insert(first.end(), last.begin(), last.end());
+  return first;
+}
+
+Members FreeHeader(const std::string& cognome, const std::string& data, const std::string& diagnosi,
+                   const std::string& esenzione) {
+  return Join({{"Data", Text(data)},
+               {"IDDiagnosi", Text("")},
+               {"Diagnosi", Text(diagnosi)},
+               {"CodiceEsenzione", Text(esenzione)},
+               {"IDEsenzione", Text("")},
+               {"DescrizioneEsenzione", Text("")}},
+              DoctorAndPatient(cognome), {{"Tipo", I16(4)}, {"TipoStampa", I16(2)}});
+}
+
+Members FreeItem(const std::string& descrizione, int qt, const std::string& esenzione) {
+  return {{"Tipo", I16(4)},
+          {"IDDiagnosi", Text("")},
+          {"Descrizione", Text(descrizione)},
+          {"Qt", I32(qt)},
+          {"CodiceEsenzione", Text(esenzione)}};
+}
+
+Members DrugHeader(const std::string& cognome, const std::string& data, const std::string& esenzione,
+                   int tipo_stampa) {
+  return Join({{"Data", Text(data)},
+               {"IDDiagnosi", Text("")},
+               {"CodiceEsenzione", Text(esenzione)},
+               {"IDEsenzione", Text("")},
+               {"DescrizioneEsenzione", Text("")},
+               {"ICD9", Text("")}},
+              DoctorAndPatient(cognome),
+              {{"Tipo", I16(1)},
+               {"TipoStampa", I16(tipo_stampa)},
+               {"TipoRicetta", Text("")},
+               {"StampaDiagnosi", Bool(false)},
+               {"QtTotale", I16(1)}});
+}
+
+Members LabHeader(const std::string& cognome, const std::string& data, const std::string& esenzione) {
+  return Join({{"Data", Text(data)},
+               {"IDDiagnosi", Text("")},
+               {"Diagnosi", Text("")},
+               {"CodiceEsenzione", Text(esenzione)},
+               {"IDEsenzione", Text("")},
+               {"DescrizioneEsenzione", Text("")}},
+              DoctorAndPatient(cognome), {{"Tipo", I16(2)}, {"TipoStampa", I16(2)}});
+}
+
+Members LabItem(const std::string& descrizione, const std::string& esenzione, const std::string& dmr) {
+  return {{"Tipo", I16(2)},
+          {"IDDiagnosi", Text("")},
+          {"Descrizione", Text(descrizione)},
+          {"Qt", I16(1)},
+          {"CodiceEsenzione", Text(esenzione)},
+          {"CodiceDMR", Text(dmr)}};
+}
+
+// Quantities and pack counts as text, as many archives keep them; lab dates
+// with a time of day.
+std::vector<sample::Table> Schema() {
+  std::vector<sample::Table> schema = sample::DefaultSchema();
+  sample::SetColumnType(schema, "TERAPIE", "NumPezzi", "VARCHAR(10)");
+  sample::SetColumnType(schema, "ESAMI", "Data", "TIMESTAMP");
+  return schema;
+}
+
+Value At(int y, int m, int d, int h = 0, int min = 0) { return Date{y, m, d, h, min, 0}; }
+
+class PrescriptionsTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    cnv::SetTodayForTesting(kToday);
+    dir_ = new fixture::TempDir;
+    auto archive = sample::Archive::Create(dir_->path().string(), Schema());
+    for (const char* name : {"Esami", "Farmaci", "FarmaciNull", "Libere", "LibereNull", "LibereOverflow", "Oggi"})
+      archive->Insert("PAZIENTI", fixture::Patient(name, name));
+
+    archive->Insert("RICETTE", {{"CodCart", "Libere"}, {"DATAEMI", Date{2024, 2, 1}}, {"Indic1", "Diabete"},
+                                {"CodEsenz", " 013 "},
+                                {"Row_1", "  strisce Reattive "}, {"Qta_1", "2.5"},
+                                {"Row_2", "."}, {"Qta_2", "0"},
+                                {"Row_3", "   "}, {"Qta_3", Value::Null()},
+                                {"Row_4", Value::Null()}, {"Qta_4", Value::Null()},
+                                {"Row_5", "lancette"}, {"Qta_5", "3.5"},
+                                {"Row_6", "cotone"}, {"Qta_6", "0.4"},
+                                {"Row_7", "garze"}, {"Qta_7", " -2.5"},
+                                {"Row_8", "aghi"}, {"Qta_8", "n.d."}});
+    archive->Insert("RICETTE", {{"CodCart", "Libere"}, {"Row_1", "."}, {"Qta_1", Value::Null()}});
+    archive->Insert("RICETTE", {{"CodCart", "LibereNull"}, {"DATAEMI", Date{2023, 5, 6}},
+                                {"Row_1", "prima"}, {"Qta_1", "1"},
+                                {"Row_2", "senza quantità"}, {"Qta_2", Value::Null()},
+                                {"Row_3", "mai salvata"}, {"Qta_3", "1"}});
+    archive->Insert("RICETTE", {{"CodCart", "LibereNull"}, {"Row_1", "mai letta"}, {"Qta_1", "1"}});
+    archive->Insert("RICETTE", {{"CodCart", "LibereOverflow"}, {"Row_1", "troppe"}, {"Qta_1", "3E10"}});
+
+    auto terapia = [&](const char* cod, const Value& data, const Value& testo, const Value& classe,
+                       const Value& codter, const Value& pezzi, const Value& importo, const Value& esenzione) {
+      archive->Insert("TERAPIE", {{"CodCart", cod}, {"Data", data}, {"Testo", testo}, {"Esenzione", esenzione},
+                                  {"Classe", classe}, {"CodTer", codter}, {"NumPezzi", pezzi},
+                                  {"NOTA", "13"}, {"Indicaz", "1 cpr/die"}, {"CodATC", "C08CA01"},
+                                  {"Importo", importo}});
+    };
+    const Value null = Value::Null();
+    terapia("Farmaci", null, "", "A", "", "1", null, null);
+    terapia("Farmaci", At(2024, 3, 5, 9, 10), " Norvasc 5mg ", "a", "027426016", "2 conf", 9.9, "031");
+    terapia("Farmaci", At(2024, 3, 5, 9, 12), "   ", "A", "", "1", null, "999");
+    terapia("Farmaci", At(2024, 3, 5, 17, 45), "glucophage", "A", "999999999", null, 0.0, "013");
+    terapia("Farmaci", At(2024, 4, 10, 8, 0), "tachipirina", "A", "", "abc", null, null);
+    terapia("Farmaci", At(2024, 5, 1, 8, 0), null, "A", "012745093", "1", null, null);
+    terapia("Farmaci", At(2024, 6, 1, 8, 0), "Tachipirina", "C", "012745093", "1", 3.5, null);
+    terapia("FarmaciNull", null, "senza data", "A", "", "1", null, null);
+    terapia("FarmaciNull", At(2024, 1, 1), "mai letta", "A", "", "1", null, null);
+    terapia("Oggi", At(2026, 11, 23, 8, 0), "di oggi", "A", "", "1", null, null);
+    terapia("Oggi", At(2026, 11, 23, 23, 59), "di oggi, più tardi", "A", "", "1", null, null);
+    terapia("Oggi", At(2026, 11, 24, 8, 0), "di domani", "C", "", "1", null, null);
+
+    auto esame = [&](const char* cod, const Value& tipo, const Value& data, const Value& testo,
+                     const Value& esenzione, const Value& dmr) {
+      archive->Insert("ESAMI", {{"CodCart", cod}, {"tipo", tipo}, {"Data", data}, {"Testo", testo},
+                                {"Esenzione", esenzione}, {"CodRif", dmr}, {"Indicaz", "mai letta"}});
+    };
+    esame("Esami", Value::I32(1), null, "creatinina", "013", "90.16.3");
+    esame("Esami", Value::I32(1), At(2024, 1, 20, 8, 0), "glicemia", "013", "90.27.1");
+    esame("Esami", Value::I32(2), At(2024, 1, 20, 9, 0), "visita", "013", "89.7");
+    esame("Esami", Value::I32(4), At(2024, 1, 20, 11, 30), "urinocoltura dell'ospite", "048", null);
+    esame("Esami", Value::I32(1), At(2024, 2, 1), null, null, null);
+    esame("Esami", Value::I32(3), At(2024, 3, 1), "ecografia", null, null);
+    esame("Esami", Value::I32(1), At(2026, 11, 23, 7, 0), "emocromo", null, "90.62.2");
+    esame("Oggi", Value::I32(1), At(2026, 11, 23, 7, 0), "emocromo di oggi", null, null);
+    esame("Oggi", Value::I32(4), At(2026, 11, 23, 9, 0), "urine di oggi", null, null);
+    archive->Close();
+
+    refhost::ConvertOptions options;
+    options.options.emplace("prescrizioni esami laboratorio;Prescrizioni Farmaceutiche;PRESCRIZIONI LIBERE");
+    run_ = new fixture::Run(fixture::Convert((*dir_) / "GX_USER.FDB", options));
+  }
+  static void TearDownTestSuite() {
+    cnv::SetTodayForTesting(Date{});
+    delete run_;
+    delete dir_;
+  }
+
+  // The prescriptions of the patient of that surname.
+  static std::vector<Prescription> Of(const std::string& cognome) {
+    auto dai = run_->ArgsOf("Interface", "DaiPaziente");
+    for (size_t i = 0; i < dai.size(); ++i)
+      if (dai[i][0]["value"] == cognome) return PrescriptionsOf(*run_, "Paziente#" + std::to_string(i + 1));
+    ADD_FAILURE() << "no patient " << cognome;
+    return {};
+  }
+
+  static fixture::TempDir* dir_;
+  static fixture::Run* run_;
+};
+fixture::TempDir* PrescriptionsTest::dir_;
+fixture::Run* PrescriptionsTest::run_;
+
+TEST_F(PrescriptionsTest, OnlyThePlantedRowsFail) {
+  EXPECT_TRUE(run_->outcome.result);
+  std::vector<std::string> details;
+  for (const std::string& message : run_->Messages())
+    if (message.rfind("AddInfo: ", 0) == 0) details.push_back(message);
+  EXPECT_THAT(details, ::testing::ElementsAre(
+                           "AddInfo: FARMACINULL MARIO - Prescrizioni Farmaceutiche Errore 13 Tipo non corrispondente",
+                           "AddInfo: LIBERENULL MARIO - Prescrizioni Libere Errore 94 Utilizzo non valido di Null",
+                           "AddInfo: LIBEREOVERFLOW MARIO - Prescrizioni Libere Errore 6 Overflow"));
+}
+
+TEST_F(PrescriptionsTest, FreePrescriptionsLineByLine) {
+  auto saved = Of("Libere");
+  ASSERT_EQ(saved.size(), 2u);
+  // The header's exemption code is trimmed, the items' is not; line 1 of "."
+  // and lines of blanks are no lines; 0 and no number give 1, 0.4 gives 0,
+  // and halves go to the even neighbour.
+  EXPECT_EQ(saved[0].header, FreeHeader("LIBERE", "01/02/2024", "Diabete", "013"));
+  std::vector<std::pair<std::string, Members>> expected = {
+      {"PrescrizioneLibera", FreeItem("STRISCE REATTIVE", 2, " 013 ")},
+      {"PrescrizioneLibera", FreeItem(".", 1, " 013 ")},
+      {"PrescrizioneLibera", FreeItem("LANCETTE", 4, " 013 ")},
+      {"PrescrizioneLibera", FreeItem("COTONE", 0, " 013 ")},
+      {"PrescrizioneLibera", FreeItem("GARZE", -2, " 013 ")},
+      {"PrescrizioneLibera", FreeItem("AGHI", 1, " 013 ")}};
+  EXPECT_EQ(saved[0].items, expected);
+  // A row without date or lines still gives its header.
+  EXPECT_EQ(saved[1].header, FreeHeader("LIBERE", "01/01/2012", "", ""));
+  EXPECT_TRUE(saved[1].items.empty());
+}
+
+TEST_F(PrescriptionsTest, AFailingLineKeepsWhatWasSavedBeforeIt) {
+  auto saved = Of("LibereNull");
+  ASSERT_EQ(saved.size(), 1u);
+  EXPECT_EQ(saved[0].header[0], (std::pair<std::string, json>("Data", Text("06/05/2023"))));
+  ASSERT_EQ(saved[0].items.size(), 1u);
+  EXPECT_EQ(saved[0].items[0].second, FreeItem("PRIMA", 1, ""));
+  EXPECT_EQ(Of("LibereOverflow").size(), 1u);
+  EXPECT_TRUE(Of("LibereOverflow")[0].items.empty());
+}
+
+TEST_F(PrescriptionsTest, DrugsGroupedByDay) {
+  auto saved = Of("Farmaci");
+  ASSERT_EQ(saved.size(), 3u);
+  // The first row of the day gives the header its class and exemption; a row
+  // with blanks for text neither opens nor joins.
+  EXPECT_EQ(saved[0].header, DrugHeader("FARMACI", "05/03/2024", "031", 2));
+  ASSERT_EQ(saved[0].items.size(), 2u);
+  EXPECT_EQ(saved[0].items[0].first, "PrescrizioneFarmaci");
+  EXPECT_EQ(saved[0].items[0].second, (Members{{"Tipo", I16(1)},
+                                               {"TipoFarmaco", Text("")},
+                                               {"IDRif", Text("027426016")},
+                                               {"TipoFarmaco", Text("ETICO")},
+                                               {"Descrizione", Text(" NORVASC 5MG ")},
+                                               {"IDDiagnosi", Text("")},
+                                               {"Diagnosi", Text("")},
+                                               {"Qt", F64(2)},
+                                               {"Classe", Text("")},
+                                               {"NotaAifa", Text("13")},
+                                               {"Posologia", Text("1 cpr/die")},
+                                               {"CodiceEsenzione", Text("031")},
+                                               {"CodiceATC", Text("C08CA01")},
+                                               {"PREZZO", Text("9.9")},
+                                               {"StampaDiagnosi", Bool(false)},
+                                               {"NonSostituibile", Bool(false)},
+                                               {"Ripetibile", Bool(false)},
+                                               {"CodiceBranca", Text("")}}));
+  // An unknown drug, a Null pack count, a zero price.
+  const Members& unknown = saved[0].items[1].second;
+  EXPECT_EQ(unknown[3], (std::pair<std::string, json>("TipoFarmaco", Text(""))));
+  EXPECT_EQ(unknown[7], (std::pair<std::string, json>("Qt", F64(0))));
+  EXPECT_EQ(unknown[11], (std::pair<std::string, json>("CodiceEsenzione", Text("013"))));
+  EXPECT_EQ(unknown[13], (std::pair<std::string, json>("PREZZO", Text("0"))));
+
+  // Class "A" exactly prints as type 1; a Null price leaves PREZZO unset.
+  EXPECT_EQ(saved[1].header, DrugHeader("FARMACI", "10/04/2024", "", 1));
+  ASSERT_EQ(saved[1].items.size(), 1u);
+  const Members& no_price = saved[1].items[0].second;
+  EXPECT_EQ(no_price.size(), 17u);
+  EXPECT_EQ(no_price[7], (std::pair<std::string, json>("Qt", F64(0))));
+  EXPECT_EQ(no_price[13], (std::pair<std::string, json>("StampaDiagnosi", Bool(false))));
+  EXPECT_EQ(saved[2].header[0], (std::pair<std::string, json>("Data", Text("01/06/2024"))));
+  EXPECT_EQ(saved[2].items[0].second[3], (std::pair<std::string, json>("TipoFarmaco", Text("SOP"))));
+
+  // The archive is asked only for the codes of rows that became items.
+  std::vector<std::string> codes;
+  for (const json& call : run_->Calls("Farmaci", "Carica")) codes.push_back(call["args"][0]["value"]);
+  EXPECT_THAT(codes, ::testing::ElementsAre("027426016", "999999999", "012745093"));
+}
+
+TEST_F(PrescriptionsTest, LaboratoryRequestsGroupedByDay) {
+  auto saved = Of("Esami");
+  ASSERT_EQ(saved.size(), 3u);
+  // Other kinds of exam and undated rows stay out; times of day don't split a day.
+  EXPECT_EQ(saved[0].header, LabHeader("ESAMI", "20/01/2024", "013"));
+  std::vector<std::pair<std::string, Members>> first_day = {
+      {"PrescrizioneEsami", LabItem("GLICEMIA", "013", "90.27.1")},
+      {"PrescrizioneEsami", LabItem("URINOCOLTURA DELL''OSPITE", "048", "")}};
+  EXPECT_EQ(saved[0].items, first_day);
+  EXPECT_EQ(saved[1].header, LabHeader("ESAMI", "01/02/2024", ""));
+  ASSERT_EQ(saved[1].items.size(), 1u);
+  EXPECT_EQ(saved[1].items[0].second, LabItem("", "", ""));
+  // Today opens a prescription once another day came before it.
+  EXPECT_EQ(saved[2].header, LabHeader("ESAMI", "23/11/2026", ""));
+  EXPECT_EQ(saved[2].items.size(), 1u);
+}
+
+TEST_F(PrescriptionsTest, TheFirstRowsOfTodayOpenNothing) {
+  auto saved = Of("Oggi");
+  ASSERT_EQ(saved.size(), 1u);
+  EXPECT_EQ(saved[0].header, DrugHeader("OGGI", "24/11/2026", "", 2));
+  ASSERT_EQ(saved[0].items.size(), 1u);
+  EXPECT_EQ(saved[0].items[0].second[4], (std::pair<std::string, json>("Descrizione", Text("DI DOMANI"))));
+}
+
+TEST_F(PrescriptionsTest, TheArchiveLinksItemsToTheirPrescriptionAndCountsThem) {
+  EXPECT_EQ(run_->outcome.records_per_store["Ricette"], 11);
+  EXPECT_EQ(run_->outcome.records_per_store["PrescrizioneLibera"], 7);
+  EXPECT_EQ(run_->outcome.records_per_store["PrescrizioneFarmaci"], 5);
+  EXPECT_EQ(run_->outcome.records_per_store["PrescrizioneEsami"], 4);
+
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open_v2(run_->archive.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+  sqlite3_stmt* stmt = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(db,
+                               "SELECT json_extract(p.members, '$.Data.value'), i.store, "
+                               "json_extract(i.members, '$.Descrizione.value') FROM prescription_items i "
+                               "JOIN prescriptions p ON p.id = i.prescription_id ORDER BY i.id",
+                               -1, &stmt, nullptr),
+            SQLITE_OK);
+  std::vector<std::string> rows;
+  while (sqlite3_step(stmt) == SQLITE_ROW) {
+    std::string row;
+    for (int i = 0; i < 3; ++i) row += std::string(reinterpret_cast<const char*>(sqlite3_column_text(stmt, i))) + "|";
+    rows.push_back(row);
+  }
+  sqlite3_finalize(stmt);
+  sqlite3_close(db);
+  EXPECT_EQ(rows.size(), 16u);
+  EXPECT_THAT(rows, ::testing::IsSupersetOf({"20/01/2024|PrescrizioneEsami|URINOCOLTURA DELL''OSPITE|",
+                                             "01/02/2024|PrescrizioneEsami||",
+                                             "05/03/2024|PrescrizioneFarmaci|GLUCOPHAGE|",
+                                             "01/02/2024|PrescrizioneLibera|AGHI|",
+                                             "06/05/2023|PrescrizioneLibera|PRIMA|"}));
+}
+
+// Each converter's tail, reached by a host that fails the second item: the
+// first item stays with its header, the patient gets "ERR" with the
+// converter's own suffix, and the next patient converts.
+TEST(PrescriptionFailures, EachConverterHasItsOwnTail) {
+  cnv::SetTodayForTesting(kToday);
+  fixture::TempDir dir;
+  {
+    auto archive = sample::Archive::Create(dir.path().string());
+    for (const char* cod : {"F1", "F2"}) {
+      archive->Insert("PAZIENTI", fixture::Patient(cod, cod));
+      archive->Insert("RICETTE", {{"CodCart", cod}, {"Row_1", "a"}, {"Qta_1", "1"}, {"Row_2", "b"}, {"Qta_2", "1"}});
+      for (const char* testo : {"a", "b"}) {
+        archive->Insert("TERAPIE", {{"CodCart", cod}, {"Data", Date{2020, 1, 1}}, {"Testo", testo}});
+        archive->Insert("ESAMI", {{"CodCart", cod}, {"tipo", Value::I32(1)}, {"Data", Date{2020, 1, 1}},
+                                  {"Testo", testo}});
+      }
+    }
+    archive->Close();
+  }
+  const std::vector<std::tuple<std::string, std::string, std::string>> cases = {
+      {"prescrizioni libere", "PrescrizioneLibera.Salva@2", " - Prescrizioni Libere"},
+      {"prescrizioni farmaceutiche", "PrescrizioneFarmaci.Salva@2", " - Prescrizioni Farmaceutiche"},
+      {"prescrizioni esami laboratorio", "PrescrizioneEsami.Salva@2", " - Prescrizioni Esami Laboratorio"},
+  };
+  for (const auto& [category, fail, suffix] : cases) {
+    refhost::ConvertOptions options;
+    options.options.emplace(category);
+    options.fail = {fail};
+    fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
+    EXPECT_TRUE(run.outcome.result) << category;
+    EXPECT_EQ(run.outcome.patients_err, 1) << category;
+    EXPECT_THAT(run.Messages(), ::testing::Contains("AddInfo: F1 MARIO" + suffix +
+                                                    " Errore 1001 Errore simulato dall'host"))
+        << category;
+    auto first = PrescriptionsOf(run, "Paziente#1");
+    ASSERT_EQ(first.size(), 1u) << category;
+    EXPECT_EQ(first[0].items.size(), 1u) << category;
+    auto second = PrescriptionsOf(run, "Paziente#2");
+    ASSERT_EQ(second.size(), 1u) << category;
+    EXPECT_EQ(second[0].items.size(), 2u) << category;
+  }
+  cnv::SetTodayForTesting(Date{});
+}
+
+// The visit routine has no category of its own: it is driven here through
+// the worker, by a Conversione whose Converti opens the source and converts
+// a list of ESAMI records for one patient.
+class VisitConversione : public host::Object {
+ public:
+  VisitConversione(std::string user_path, std::vector<int32_t> records)
+      : user_path_(std::move(user_path)), records_(std::move(records)) {}
+
+  host::Value Get(std::string_view member) override {
+    if (host::SameName(member, "LastError")) return worker_.LastError();
+    host::failures::Raise(host::failures::kMemberNotSupported);
+  }
+  void Set(std::string_view, const host::Value&) override {
+    host::failures::Raise(host::failures::kMemberNotSupported);
+  }
+  host::Value Call(std::string_view member, host::Args& args) override {
+    if (host::SameName(member, "Test")) {
+      worker_.Init(user_path_);
+      args[1].value() = worker_.ListaMedici();
+      return host::Value::Bool(true);
+    }
+    cnv::InterfaceCorrente() = args[2].value();
+    host::Value paziente = host::Call(cnv::InterfaceCorrente(), "DaiPaziente",
+                                      {"Visite", "Mario", "RSSMRA50C07H501X", "07/03/1950", ""});
+    host::Set(paziente, "cognome", "VISITE");
+    host::Set(paziente, "nome", "MARIO");
+    host::Set(paziente, "CodiceFiscale", "RSSMRA50C07H501X");
+    host::Call(cnv::InterfaceCorrente(), "ImportaAnagrafica", {paziente});
+    for (int32_t record : records_) worker_.ConvertiRicettaVisita(paziente, record);
+    cnv::InterfaceCorrente() = host::Value();
+    return host::Value::Bool(true);
+  }
+
+ private:
+  cnv::clsAmbulor worker_;
+  std::string user_path_;
+  std::vector<int32_t> records_;
+};
+
+TEST(VisitPrescriptions, OneRecordOneHeaderOneItem) {
+  fixture::TempDir dir;
+  {
+    auto archive = sample::Archive::Create(dir.path().string());
+    archive->Insert("ESAMI", {{"RECORD", Value::I32(501)}, {"CodCart", "V1"}, {"tipo", Value::I32(2)},
+                              {"Data", Date{2024, 2, 10}}, {"Testo", "visita diabetologica"},
+                              {"Esenzione", "013"}, {"Indicaz", "Diabete mellito"}, {"CodRif", "89.7"}});
+    archive->Insert("ESAMI", {{"RECORD", Value::I32(502)}, {"CodCart", "V1"}, {"Testo", "senza data"}});
+    archive->Insert("ESAMI", {{"RECORD", Value::I32(503)}, {"CodCart", "V1"}, {"tipo", Value::I32(3)},
+                              {"Data", Date{2024, 3, 1}}, {"Testo", "ecografia"}});
+    archive->Close();
+  }
+  refhost::ConvertOptions options;
+  options.conn = dir / "GX_USER.FDB";
+  options.archive = dir / "kairon.sqlite";
+  options.trace = dir / "trace.jsonl";
+  options.data_dir = KAIRON_DATA_DIR;
+  options.tempdir = dir / "tmp";
+  options.options.emplace("");
+  fixture::Run run;
+  run.outcome = refhost::Convert(
+      std::make_shared<VisitConversione>(options.conn, std::vector<int32_t>{501, 502, 999, 503, 501}), options);
+  std::ifstream trace(options.trace);
+  for (std::string line; std::getline(trace, line);) run.trace.push_back(json::parse(line));
+
+  ASSERT_TRUE(run.outcome.result);
+  auto saved = PrescriptionsOf(run, "Paziente#1");
+  ASSERT_EQ(saved.size(), 3u);
+  EXPECT_EQ(saved[0].header, Join({{"Data", Text("10/02/2024")},
+                                   {"IDDiagnosi", Text("")},
+                                   {"Diagnosi", Text("Diabete mellito")},
+                                   {"CodiceEsenzione", Text("013")},
+                                   {"IDEsenzione", Text("")},
+                                   {"DescrizioneEsenzione", Text("")}},
+                                  DoctorAndPatient("VISITE"), {{"Tipo", I16(3)}, {"TipoStampa", I16(2)}}));
+  std::vector<std::pair<std::string, Members>> item = {{"PrescrizioneVisite",
+                                                        {{"IDDiagnosi", Text("")},
+                                                         {"Diagnosi", Text("Diabete mellito")},
+                                                         {"Descrizione", Text("VISITA DIABETOLOGICA")},
+                                                         {"Qt", I16(1)},
+                                                         {"CodiceEsenzione", Text("013")}}}};
+  EXPECT_EQ(saved[0].items, item);
+  // A Null indication gives an empty diagnosis on both; the same record twice
+  // gives two prescriptions.
+  EXPECT_EQ(saved[1].header[2], (std::pair<std::string, json>("Diagnosi", Text(""))));
+  EXPECT_EQ(saved[1].items[0].second[1], (std::pair<std::string, json>("Diagnosi", Text(""))));
+  EXPECT_EQ(saved[1].items[0].second[2], (std::pair<std::string, json>("Descrizione", Text("ECOGRAFIA"))));
+  EXPECT_EQ(saved[2].header, saved[0].header);
+  EXPECT_EQ(saved[2].items, saved[0].items);
+}
+
+}  // namespace
