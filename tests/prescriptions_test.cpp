@@ -527,4 +527,27 @@ TEST(VisitPrescriptions, OneRecordOneHeaderOneItem) {
   EXPECT_EQ(saved[2].items, saved[0].items);
 }
 
+// A generated sample with every category that converts so far: only the
+// patients made to fail do, each with its own line.
+TEST(PrescriptionsSample, OnlyThePlantedPatientsFail) {
+  fixture::TempDir dir;
+  sample::SampleOptions sample_options;
+  sample_options.patients = 60;
+  sample::GenerateSample(dir.path().string(), sample_options);
+  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB");
+  EXPECT_TRUE(run.outcome.result);
+  std::vector<std::string> details;
+  for (const std::string& message : run.Messages())
+    if (message.rfind("AddInfo: ", 0) == 0) details.push_back(message);
+  ASSERT_EQ(details.size(), 5u);
+  EXPECT_THAT(details[0], ::testing::StartsWith("AddInfo: - Anagrafica Errore 335544569 "));
+  EXPECT_THAT(details[1], ::testing::EndsWith("non validi (Almeno uno di questi dati è necessario)"));
+  EXPECT_EQ(details[2], "AddInfo: GALLO TERESA - Diagnosi Errore 5 Chiamata di routine o argomento non validi");
+  EXPECT_EQ(details[3], "AddInfo: RICCI PAOLO - Prescrizioni Libere Errore 94 Utilizzo non valido di Null");
+  EXPECT_EQ(details[4], "AddInfo: ROMANO ELENA - Prescrizioni Farmaceutiche Errore 13 Tipo non corrispondente");
+  EXPECT_EQ(run.outcome.patients_err, 5);
+  for (const char* store : {"Ricette", "PrescrizioneLibera", "PrescrizioneFarmaci", "PrescrizioneEsami"})
+    EXPECT_GT(run.outcome.records_per_store[store], 10) << store;
+}
+
 }  // namespace

@@ -264,8 +264,10 @@ TEST_F(Sample, StoresFilesPlainGzippedAndTooShort) {
 }
 
 // The sample is meant to convert cleanly but for the patients that show a
-// failure on purpose: 00'006 (quote in the key) and 000007 (a title that
-// ends in "- ("). These are the rows that would make a converter fail.
+// failure on purpose: 00'006 (quote in the key), 000007 (a title that ends
+// in "- ("), 000012 (a free prescription's line in use without quantity) and
+// 000013 (a drug with no date). These are the rows that would make a
+// converter fail.
 TEST_F(Sample, TripsNoConverterButWhereItMeansTo) {
   std::vector<std::string> broken_titles;
   for (auto& row : User(dir(), "SELECT * FROM VISITE", {"CodCart", "Titolo"})) {
@@ -276,12 +278,15 @@ TEST_F(Sample, TripsNoConverterButWhereItMeansTo) {
   }
   EXPECT_EQ(broken_titles, std::vector<std::string>{"000007"});
 
-  for (auto& row : User(dir(), "SELECT * FROM TERAPIE", {"Testo", "Data"})) {
-    if (!host::TextOf(row["Testo"]).empty()) {
-      EXPECT_FALSE(row["Data"].is_null());
+  std::set<std::string> undated_drugs;
+  for (auto& row : User(dir(), "SELECT * FROM TERAPIE", {"CodCart", "Testo", "Data"})) {
+    if (!Trimmed(host::TextOf(row["Testo"])).empty() && row["Data"].is_null()) {
+      undated_drugs.insert(host::TextOf(row["CodCart"]));
     }
   }
-  std::vector<std::string> lines;
+  EXPECT_EQ(undated_drugs, std::set<std::string>{"000013"});
+  std::set<std::string> uncounted_lines;
+  std::vector<std::string> lines = {"CodCart"};
   for (int line = 1; line <= 8; ++line) {
     lines.push_back("Row_" + std::to_string(line));
     lines.push_back("Qta_" + std::to_string(line));
@@ -290,11 +295,12 @@ TEST_F(Sample, TripsNoConverterButWhereItMeansTo) {
     for (int line = 1; line <= 8; ++line) {
       const std::string text = Trimmed(host::TextOf(row["Row_" + std::to_string(line)]));
       const bool in_use = !text.empty() && !(line == 1 && text == ".");
-      if (in_use) {
-        EXPECT_FALSE(row["Qta_" + std::to_string(line)].is_null()) << text;
+      if (in_use && row["Qta_" + std::to_string(line)].is_null()) {
+        uncounted_lines.insert(host::TextOf(row["CodCart"]));
       }
     }
   }
+  EXPECT_EQ(uncounted_lines, std::set<std::string>{"000012"});
 
   std::map<std::string, int> images_of_exam;
   for (auto& row : Media(dir(), "SELECT * FROM IMAGES", {"bindata", "CodEsame", "Titolo", "ORGName"})) {

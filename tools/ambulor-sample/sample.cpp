@@ -1833,6 +1833,26 @@ void ClinicalShowcase(Generator& g) {
                     {"Qta_1", kNull},
                     {"Row_2", "."},
                     {"Qta_2", "1"}});
+  g.Put("RICETTE", {{"CodCart", card},
+                    {"DATAEMI", OnDay(2024, 9, 3)},
+                    {"Indic1", "Lombalgia"},
+                    {"CodEsenz", kNull},
+                    {"Row_1", "Garze sterili 10x10"},
+                    {"Qta_1", "0.4"},
+                    {"Row_2", ""},
+                    {"Qta_2", ""},
+                    {"Row_3", "Cerotto medicato"},
+                    {"Qta_3", "-1"},
+                    {"Row_4", kNull},
+                    {"Qta_4", kNull},
+                    {"Row_5", "."},
+                    {"Qta_5", "2"},
+                    {"Row_6", "Soluzione fisiologica 500 ml"},
+                    {"Qta_6", "1"},
+                    {"Row_7", "   "},
+                    {"Qta_7", kNull},
+                    {"Row_8", "Siringhe 5 ml"},
+                    {"Qta_8", "10"}});
 
   const auto therapy = [&](host::Value at, host::Value text, host::Value exemption_code, host::Value drug_class,
                            host::Value drug, host::Value packs, host::Value note, host::Value price) {
@@ -2340,11 +2360,68 @@ void PatientOfNulls(Generator& g) {
   g.Put("IMAGES", ImageRow(g, card, kNull, kNull, Bytes("FILE"), kNull, kNull, kNull));
 }
 
+// 000012: a free prescription with a line in use whose quantity is Null,
+// which ends the conversion of the patient's free prescriptions after the
+// line before it.
+void PatientWithUncountedLine(Generator& g) {
+  const std::string card = "000012";
+  g.Put("PAZIENTI", {{"Cod_Cart", card},
+                     {"cognome", "Ricci"},
+                     {"nome", "Paolo"},
+                     {"CodFisc", CodiceFiscale("Ricci", "Paolo", false, DayOf(1952, 7, 14), "H501")},
+                     {"DataNat", OnDay(1952, 7, 14)},
+                     {"CodiceSSN", "80380000301111222233"},
+                     {"Sex", "M"},
+                     {"Citta", "ROMA"},
+                     {"CAP", "00179"},
+                     {"Prov", "RM"},
+                     {"ASL", "202"},
+                     {"DataScelta", OnDay(2012, 9, 1)}});
+  g.Put("RICETTE", {{"CodCart", card},
+                    {"DATAEMI", OnDay(2024, 10, 7)},
+                    {"Indic1", "Lombalgia"},
+                    {"Row_1", "Ciclo di fisioterapia (10 sedute)"},
+                    {"Qta_1", "1"},
+                    {"Row_2", "Busto ortopedico"},
+                    {"Qta_2", kNull}});
+}
+
+// 000013: a drug row with a text and no date, which ends the conversion of
+// the patient's pharmaceutical prescriptions.
+void PatientWithUndatedDrug(Generator& g) {
+  const std::string card = "000013";
+  g.Put("PAZIENTI", {{"Cod_Cart", card},
+                     {"cognome", "Romano"},
+                     {"nome", "Elena"},
+                     {"CodFisc", CodiceFiscale("Romano", "Elena", true, DayOf(1966, 1, 21), "H501")},
+                     {"DataNat", OnDay(1966, 1, 21)},
+                     {"CodiceSSN", "80380000302222333344"},
+                     {"Sex", "F"},
+                     {"Citta", "ROMA"},
+                     {"CAP", "00182"},
+                     {"Prov", "RM"},
+                     {"ASL", "202"},
+                     {"DataScelta", OnDay(2016, 4, 4)}});
+  g.Put("TERAPIE", {{"CodCart", card},
+                    {"Data", kNull},
+                    {"Testo", "EUTIROX*50CPR 75MCG"},
+                    {"Classe", "A"},
+                    {"CodTer", "023452013"},
+                    {"NumPezzi", Int(1)}});
+  g.Put("TERAPIE", {{"CodCart", card},
+                    {"Data", At(2024, 5, 6, 10, 0)},
+                    {"Testo", "TACHIPIRINA*20CPR 500MG"},
+                    {"Classe", "C"},
+                    {"CodTer", "012745093"},
+                    {"NumPezzi", Int(1)}});
+}
+
 // In the order in which a small sample takes them.
 void (*const kAwkwardPatients[])(Generator&) = {ClinicalShowcase,     DocumentShowcase,     UnidentifiedPatient,
                                                 PatientWithoutCard,   PatientWithEmptyCard, PatientWithQuoteInCard,
                                                 PatientWithOddTitles, PatientWithOddDates,  DeceasedPatient,
-                                                TemporaryResident,    PatientOfNulls};
+                                                TemporaryResident,    PatientOfNulls,       PatientWithUncountedLine,
+                                                PatientWithUndatedDrug};
 
 }  // namespace
 
