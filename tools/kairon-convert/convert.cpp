@@ -254,6 +254,9 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
   session->Record([&] { session->archive().EndRun(run, LocalTime(), outcome.result, last_error); });
   session->Record([&] { session->archive().Close(); });
   session->Record([&] { outputs->PutInPlace(); });
+  if (std::filesystem::exists(options.archive + "-wal"))
+    warn(options.archive + "-wal lies beside the archive and holds patients that the archive needs: keep the two "
+         "together (SQLite takes the log in when the archive is next opened with room on the disk)");
   ClearStopRequest();
 
   for (const std::string& rule : session->setup().failures.Unfired()) warn(rule);
