@@ -126,9 +126,12 @@ struct CatalogueColumns {
 std::mutex under_way_mutex;
 std::function<void()> end_under_way;
 
+// Says what ending the run at once means, from the reservation of its files
+// to the end of the run.
 class UnderWay {
  public:
-  explicit UnderWay(std::function<void()> end) {
+  explicit UnderWay(std::function<void()> end) { Then(std::move(end)); }
+  void Then(std::function<void()> end) {
     std::lock_guard<std::mutex> lock(under_way_mutex);
     end_under_way = std::move(end);
   }
@@ -212,6 +215,12 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
 
   TemporaryFolder tempdir(given_tempdir);
   std::unique_ptr<OutputFiles> outputs = OutputFiles::Reserve(paths);
+  std::shared_ptr<Session> session;
+  // Until the run is under way, ending at once leaves nothing written.
+  UnderWay under_way([&] {
+    outputs->Discard();
+    tempdir.Remove();
+  });
   setup.archive = Archive::Open(outputs->archive_file());
   if (!options.trace.empty()) setup.trace = std::make_unique<Trace>(outputs->trace_descriptor(), options.trace);
   if (utente_tempdir != nullptr)
@@ -219,9 +228,9 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
   else
     setup.utente["tempdir"] = tempdir.path();
 
-  auto session = std::make_shared<Session>(std::move(setup));
+  session = std::make_shared<Session>(std::move(setup));
   int64_t run = session->archive().BeginRun(LocalTime(), options.conn, option_list);
-  UnderWay under_way([&] {
+  under_way.Then([&] {
     session->Abandon();
     try {
       outputs->PutInPlace();

@@ -203,6 +203,16 @@ void OutputFiles::PutInPlace() {
   }
 }
 
+void OutputFiles::Discard() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (Output* output : {&archive_, &trace_}) {
+    if (output->kept || output->written.empty()) continue;
+    unlink(output->written.c_str());
+    for (const char* companion : kCompanions) unlink((output->written + companion).c_str());
+    output->written.clear();
+  }
+}
+
 void OutputFiles::Release(Output& output) {
   if (output.descriptor >= 0) close(output.descriptor);
   if (output.replaced_descriptor >= 0) close(output.replaced_descriptor);

@@ -62,6 +62,10 @@ class OutputFiles {
   // until the object ends.
   int trace_descriptor() const { return trace_.descriptor; }
 
+  // Removes at once what the run created and didn't put in place, while
+  // the run may still write into it: for a program that ends next.
+  void Discard();
+
   // Renames the replacements over the files they replace. Called once the
   // archive is closed; later calls do nothing. Raises WriteError.
   void PutInPlace();
