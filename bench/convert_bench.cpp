@@ -18,11 +18,13 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/ambulor-sample/sample.h"
+#include "tools/common/character_type.h"
 #include "tools/kairon-convert/reference_host.h"
 
 namespace fs = std::filesystem;
 
 int main(int argc, char** argv) {
+  tools::UseEnvironmentCharacterType();
   int patients = 2000;
   std::string options = "";
   std::string work = (fs::temp_directory_path() / "kairon-bench").string();

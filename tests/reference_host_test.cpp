@@ -60,6 +60,7 @@ class ReferenceHostTest : public ::testing::Test {
     options_.trace = dir_ / "trace.jsonl";
     options_.data_dir = KAIRON_DATA_DIR;
     options_.tempdir = dir_ / "tmp";
+    std::filesystem::create_directory(options_.tempdir);
     options_.icd9_csv = WriteFile("icd9.csv", "code,ID,Descrizione\n401.9,I1,IPERTENSIONE\n");
     options_.farmaci_csv = WriteFile("farmaci.csv", "code,Descrizione,Tipo\n");
     options_.esenzioni_csv = WriteFile("esenzioni.csv", "code,ID,Descrizione,CodiceFarmaci,CodiceEsami\n");
@@ -400,6 +401,10 @@ TEST_F(ReferenceHostTest, UnusableInputsWriteNothing) {
   EXPECT_THROW(Run([](const host::Value&) { return true; }), std::runtime_error);
   EXPECT_EQ(std::filesystem::file_size(options_.archive), 21u);
   options_.overwrite = true;
+  EXPECT_THROW(Run([](const host::Value&) { return true; }), std::runtime_error);  // not an archive
+  EXPECT_EQ(std::filesystem::file_size(options_.archive), 21u);
+  std::filesystem::remove(options_.archive);
+  EXPECT_TRUE(Run([](const host::Value&) { return true; }).result);
   EXPECT_TRUE(Run([](const host::Value&) { return true; }).result);
   EXPECT_EQ(Rows("SELECT count(*) FROM runs").front().front(), "1");
 }

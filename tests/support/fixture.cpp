@@ -86,6 +86,7 @@ Run Convert(const std::string& user_path, refhost::ConvertOptions options) {
   if (options.trace.empty()) options.trace = (folder / "trace.jsonl").string();
   if (options.data_dir.empty()) options.data_dir = KAIRON_DATA_DIR;
   if (options.tempdir.empty()) options.tempdir = (folder / "tmp").string();
+  std::filesystem::create_directories(options.tempdir);
   options.overwrite = true;
 
   Run run;

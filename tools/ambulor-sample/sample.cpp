@@ -11,12 +11,15 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstdlib>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <iterator>
 #include <string_view>
+#include <system_error>
 
 namespace sample {
 
@@ -2425,15 +2428,38 @@ void (*const kAwkwardPatients[])(Generator&) = {ClinicalShowcase,     DocumentSh
 
 }  // namespace
 
-SampleSummary GenerateSample(const std::string& dir, const SampleOptions& options) {
-  const std::unique_ptr<Archive> archive = Archive::Create(dir, DefaultSchema(), options.force);
-  Generator generator(*archive, options.seed);
+namespace {
+
+// Makes dir if missing; true if this call made it. Raises UnusableFolder.
+bool PrepareFolder(const fs::path& dir) {
+  std::error_code ec;
+  const fs::file_status status = fs::status(dir, ec);
+  if (fs::exists(status)) {
+    if (!fs::is_directory(status)) throw UnusableFolder(dir.string() + " is not a folder");
+    return false;
+  }
+  if (!fs::create_directories(dir, ec) || ec)
+    throw UnusableFolder("cannot make the folder " + dir.string() + ": " + ec.message());
+  return true;
+}
+
+// A new folder inside dir for the databases under way. Raises UnusableFolder.
+fs::path StagingFolder(const fs::path& dir) {
+  std::string path = (dir / ".ambulor-sample-XXXXXX").string();
+  if (mkdtemp(path.data()) == nullptr)
+    throw UnusableFolder("cannot write in " + dir.string() + ": " + std::generic_category().message(errno));
+  return path;
+}
+
+void Generate(Archive& archive, const SampleOptions& options, SampleSummary& summary) {
+  Generator generator(archive, options.seed);
   generator.Doctors();
   generator.Towns();
   int written = 0;
   const auto patient_done = [&] {
     ++written;
     if (options.progress) options.progress(written, options.patients);
+    if (options.stop_requested && options.stop_requested()) throw Interrupted();
   };
   for (const auto awkward : kAwkwardPatients) {
     if (written >= options.patients) break;
@@ -2444,10 +2470,42 @@ SampleSummary GenerateSample(const std::string& dir, const SampleOptions& option
     generator.OrdinaryPatient(std::to_string(100000 + ordinal));
     patient_done();
   }
-  archive->Close();
-  SampleSummary summary = generator.summary();
+  archive.Close();
+  summary = generator.summary();
   summary.patients = written;
-  return summary;
+}
+
+}  // namespace
+
+SampleSummary GenerateSample(const std::string& dir, const SampleOptions& options) {
+  const fs::path folder(dir);
+  const bool made_folder = PrepareFolder(folder);
+  std::error_code ec;
+  try {
+    for (const char* name : {kUserFile, kMediaFile, kDataFile})
+      if (fs::exists(folder / name) && !options.force) throw ExistingArchive((folder / name).string());
+  } catch (...) {
+    if (made_folder) fs::remove(folder, ec);
+    throw;
+  }
+  fs::path staging;
+  try {
+    staging = StagingFolder(folder);
+    if (options.writing_in) options.writing_in(staging.string());
+    SampleSummary summary;
+    {
+      const std::unique_ptr<Archive> archive = Archive::Create(staging.string(), DefaultSchema(), false);
+      if (options.stop_requested && options.stop_requested()) throw Interrupted();
+      Generate(*archive, options, summary);
+    }
+    for (const char* name : {kUserFile, kMediaFile, kDataFile}) fs::rename(staging / name, folder / name);
+    fs::remove(staging, ec);
+    return summary;
+  } catch (...) {
+    if (!staging.empty()) fs::remove_all(staging, ec);
+    if (made_folder) fs::remove(folder, ec);
+    throw;
+  }
 }
 
 }  // namespace sample

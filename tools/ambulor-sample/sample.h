@@ -51,6 +51,20 @@ class ExistingArchive : public std::runtime_error {
   std::string path_;
 };
 
+// Raised by GenerateSample, before anything is written, when the folder
+// can't hold the archive (a file, a folder that can't be made or written).
+class UnusableFolder : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Raised by GenerateSample when stop_requested said yes; nothing is left of
+// the run.
+class Interrupted : public std::runtime_error {
+ public:
+  Interrupted() : std::runtime_error("interrupted") {}
+};
+
 class Archive {
  public:
   ~Archive();
@@ -87,6 +101,11 @@ struct SampleOptions {
   bool force = false;
   // Called after each patient with the number written so far and the total.
   std::function<void(int written, int total)> progress;
+  // Asked after each table and each patient: true ends the run (Interrupted).
+  std::function<bool()> stop_requested;
+  // Told the folder (inside dir) where the databases are written until they
+  // are complete, so that a program ending at once can remove it.
+  std::function<void(const std::string& folder)> writing_in;
 };
 
 // What GenerateSample wrote, for the command line's closing line.
@@ -96,10 +115,13 @@ struct SampleSummary {
   int files = 0;  // rows with a binary document
 };
 
-// Writes a realistic archive into dir: the same content for the same patients
-// and seed. A few fixed awkward patients come first, whatever the seed (as
-// many of them as patients allows), then ordinary ones. Raises
-// ExistingArchive as Archive::Create does.
+// Writes a realistic archive into dir (made if missing): the same content
+// for the same patients and seed. A few fixed awkward patients come first,
+// whatever the seed (as many of them as patients allows), then ordinary ones.
+// The databases are written in a folder of their own inside dir and moved
+// into dir once complete, so a run that fails leaves no database behind and
+// the files it would replace as they were. Raises ExistingArchive as
+// Archive::Create does, and UnusableFolder, before anything is written.
 SampleSummary GenerateSample(const std::string& dir, const SampleOptions& options);
 
 }  // namespace sample

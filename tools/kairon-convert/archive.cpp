@@ -2,9 +2,12 @@
 
 #include <sqlite3.h>
 
-#include <filesystem>
-#include <stdexcept>
-#include <system_error>
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+#include "tools/kairon-convert/output_files.h"
 
 namespace refhost {
 
@@ -20,16 +23,50 @@ CREATE TABLE messages(seq INTEGER PRIMARY KEY, kind TEXT, text TEXT);
 CREATE TABLE runs(id INTEGER PRIMARY KEY, started TEXT, ended TEXT, conn TEXT, options TEXT, result INTEGER, last_error TEXT);
 )sql";
 
-[[noreturn]] void Fail(sqlite3* db, const std::string& what) {
-  throw std::runtime_error("archive: " + what + ": " + (db ? sqlite3_errmsg(db) : "closed"));
+// The tables and columns of an archive, as the schema makes them.
+constexpr const char* kTables[][8] = {
+    {"patients", "id", "members"},
+    {"records", "id", "patient_id", "store", "args"},
+    {"prescriptions", "id", "patient_id", "members"},
+    {"prescription_items", "id", "prescription_id", "store", "members"},
+    {"files", "id", "patient_id", "title", "name", "size", "sha256", "content"},
+    {"messages", "seq", "kind", "text"},
+    {"runs", "id", "started", "ended", "conn", "options", "result", "last_error"},
+};
+
+// How long an operation waits for another program that holds the file.
+constexpr int kBusyMilliseconds = 5000;
+
+// Why SQLite couldn't do what it was asked, in words.
+std::string Cause(sqlite3* db) {
+  if (db == nullptr) return "the archive is closed";
+  switch (sqlite3_errcode(db)) {
+    case SQLITE_FULL:
+      return "the disk is full";
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return "the archive is locked by another program";
+    case SQLITE_READONLY:
+      return "the archive can't be written (" + std::string(sqlite3_errmsg(db)) + ")";
+    case SQLITE_IOERR:
+    case SQLITE_CANTOPEN:
+    case SQLITE_PERM:
+      if (int error_number = sqlite3_system_errno(db); error_number != 0) return CauseOf(error_number);
+      break;
+    default:
+      break;
+  }
+  return sqlite3_errmsg(db);
 }
+
+[[noreturn]] void Fail(sqlite3* db) { throw WriteError("the archive can't be written: " + Cause(db)); }
 
 // One prepared statement, bound by position from 1 and run to its end.
 class Statement {
  public:
   Statement(sqlite3* db, const char* sql) : db_(db) {
-    if (db_ == nullptr) Fail(db_, sql);
-    if (sqlite3_prepare_v2(db_, sql, -1, &stmt_, nullptr) != SQLITE_OK) Fail(db_, sql);
+    if (db_ == nullptr) Fail(db_);
+    if (sqlite3_prepare_v2(db_, sql, -1, &stmt_, nullptr) != SQLITE_OK) Fail(db_);
   }
   ~Statement() { sqlite3_finalize(stmt_); }
 
@@ -54,13 +91,13 @@ class Statement {
   }
   // Runs the statement; the new row's id.
   int64_t Run() {
-    if (sqlite3_step(stmt_) != SQLITE_DONE) Fail(db_, sqlite3_sql(stmt_));
+    if (sqlite3_step(stmt_) != SQLITE_DONE) Fail(db_);
     return sqlite3_last_insert_rowid(db_);
   }
 
  private:
   void Check(int status) {
-    if (status != SQLITE_OK) Fail(db_, sqlite3_sql(stmt_));
+    if (status != SQLITE_OK) Fail(db_);
   }
   sqlite3* db_;
   sqlite3_stmt* stmt_ = nullptr;
@@ -69,21 +106,14 @@ class Statement {
 
 }  // namespace
 
-std::unique_ptr<Archive> Archive::Create(const std::string& path, bool overwrite) {
-  std::error_code ec;
-  if (std::filesystem::exists(path, ec)) {
-    if (!overwrite) throw std::runtime_error(path + " exists already (give --overwrite to replace it)");
-    for (const char* suffix : {"", "-journal", "-wal", "-shm"}) {
-      std::filesystem::remove(path + suffix, ec);
-      if (ec) throw std::runtime_error("cannot remove " + path + suffix + ": " + ec.message());
-    }
-  }
+std::unique_ptr<Archive> Archive::Open(const std::string& path) {
   sqlite3* db = nullptr;
-  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) != SQLITE_OK) {
-    std::string message = db ? sqlite3_errmsg(db) : "out of memory";
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK) {
+    std::string cause = db ? Cause(db) : "out of memory";
     sqlite3_close(db);
-    throw std::runtime_error("cannot create " + path + ": " + message);
+    throw WriteError("cannot open the archive " + path + ": " + cause);
   }
+  sqlite3_busy_timeout(db, kBusyMilliseconds);
   std::unique_ptr<Archive> archive(new Archive(db));
   // A crash of the program loses no committed patient; a crash of the
   // machine may, which is the price of not syncing at every patient.
@@ -93,6 +123,53 @@ std::unique_ptr<Archive> Archive::Create(const std::string& path, bool overwrite
   return archive;
 }
 
+std::string Archive::NotOurArchive(const std::string& path) {
+  static const char kHeader[] = "SQLite format 3";
+  std::ifstream in(path, std::ios::binary);
+  char header[sizeof kHeader] = {};
+  if (!in.read(header, sizeof header) || std::memcmp(header, kHeader, sizeof kHeader) != 0)
+    return "is not an SQLite file";
+  sqlite3* db = nullptr;
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+    std::string cause = db ? Cause(db) : "out of memory";
+    sqlite3_close(db);
+    return "can't be read: " + cause;
+  }
+  std::string mismatch;
+  std::vector<std::string> tables;
+  sqlite3_stmt* stmt = nullptr;
+  if (sqlite3_prepare_v2(db, "SELECT name FROM sqlite_master WHERE type = 'table' ORDER BY name", -1, &stmt,
+                         nullptr) != SQLITE_OK) {
+    mismatch = "can't be read: " + Cause(db);
+  } else {
+    int status;
+    while ((status = sqlite3_step(stmt)) == SQLITE_ROW)
+      tables.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0)));
+    if (status != SQLITE_DONE) mismatch = "can't be read: " + Cause(db);
+  }
+  sqlite3_finalize(stmt);
+  for (const auto& table : kTables) {
+    if (!mismatch.empty()) break;
+    if (std::find(tables.begin(), tables.end(), table[0]) == tables.end()) {
+      mismatch = "has no table " + std::string(table[0]);
+      break;
+    }
+    std::vector<std::string> columns;
+    std::string sql = "PRAGMA table_info(" + std::string(table[0]) + ")";
+    sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr);
+    while (sqlite3_step(stmt) == SQLITE_ROW)
+      columns.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(stmt, 1)));
+    sqlite3_finalize(stmt);
+    std::vector<std::string> expected;
+    for (const char* const* column = table + 1; column < std::end(table) && *column != nullptr; ++column)
+      expected.emplace_back(*column);
+    if (columns != expected) mismatch = "has other columns in table " + std::string(table[0]);
+  }
+  if (mismatch.empty() && tables.size() != std::size(kTables)) mismatch = "has tables that an archive hasn't";
+  sqlite3_close(db);
+  return mismatch;
+}
+
 Archive::Archive(sqlite3* db) : db_(db) {}
 
 Archive::~Archive() {
@@ -100,16 +177,16 @@ Archive::~Archive() {
 }
 
 void Archive::Execute(const char* sql) {
-  if (db_ == nullptr) Fail(db_, sql);
+  if (db_ == nullptr) Fail(db_);
   char* error = nullptr;
   if (sqlite3_exec(db_, sql, nullptr, nullptr, &error) != SQLITE_OK) {
-    std::string message = error ? error : "unknown error";
     sqlite3_free(error);
-    throw std::runtime_error("archive: " + message);
+    Fail(db_);
   }
 }
 
 int64_t Archive::BeginRun(const std::string& started, const std::string& conn, const std::string& options) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   return Statement(db_, "INSERT INTO runs(started, conn, options) VALUES(?, ?, ?)")
       .Bind(started)
       .Bind(conn)
@@ -118,6 +195,7 @@ int64_t Archive::BeginRun(const std::string& started, const std::string& conn, c
 }
 
 void Archive::EndRun(int64_t run, const std::string& ended, bool result, const std::string& last_error) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   Statement(db_, "UPDATE runs SET ended = ?, result = ?, last_error = ? WHERE id = ?")
       .Bind(ended)
       .Bind(int64_t{result ? 1 : 0})
@@ -127,22 +205,32 @@ void Archive::EndRun(int64_t run, const std::string& ended, bool result, const s
 }
 
 void Archive::BeginTransaction() {
-  Commit();
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  CommitLocked();
   Execute("BEGIN");
   in_transaction_ = true;
 }
 
 void Archive::Commit() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  CommitLocked();
+}
+
+void Archive::CommitLocked() {
   if (!in_transaction_) return;
-  Execute("COMMIT");
   in_transaction_ = false;
+  // A failed write may have taken the transaction back already.
+  if (db_ == nullptr || sqlite3_get_autocommit(db_) != 0) return;
+  Execute("COMMIT");
 }
 
 void Archive::SavePatient(int64_t id, const std::string& members) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   Statement(db_, "INSERT OR REPLACE INTO patients(id, members) VALUES(?, ?)").Bind(id).Bind(members).Run();
 }
 
 void Archive::AddRecord(int64_t patient_id, const std::string& store, const std::string& args) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   Statement(db_, "INSERT INTO records(patient_id, store, args) VALUES(?, ?, ?)")
       .Bind(patient_id)
       .Bind(store)
@@ -151,6 +239,7 @@ void Archive::AddRecord(int64_t patient_id, const std::string& store, const std:
 }
 
 int64_t Archive::AddPrescription(int64_t patient_id, const std::string& members) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   return Statement(db_, "INSERT INTO prescriptions(patient_id, members) VALUES(?, ?)")
       .Bind(patient_id)
       .Bind(members)
@@ -159,6 +248,7 @@ int64_t Archive::AddPrescription(int64_t patient_id, const std::string& members)
 
 void Archive::AddPrescriptionItem(std::optional<int64_t> prescription_id, const std::string& store,
                                   const std::string& members) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   Statement(db_, "INSERT INTO prescription_items(prescription_id, store, members) VALUES(?, ?, ?)")
       .Bind(prescription_id)
       .Bind(store)
@@ -167,6 +257,7 @@ void Archive::AddPrescriptionItem(std::optional<int64_t> prescription_id, const 
 }
 
 void Archive::AddFile(const StoredFile& file) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   Statement(db_, "INSERT INTO files(id, patient_id, title, name, size, sha256, content) VALUES(?, ?, ?, ?, ?, ?, ?)")
       .Bind(file.id)
       .Bind(file.patient_id)
@@ -179,15 +270,43 @@ void Archive::AddFile(const StoredFile& file) {
 }
 
 void Archive::AddMessage(const std::string& kind, const std::string& text) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   Statement(db_, "INSERT INTO messages(kind, text) VALUES(?, ?)").Bind(kind).Bind(text).Run();
 }
 
 void Archive::Close() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (db_ == nullptr) return;
-  Commit();
-  Execute("PRAGMA journal_mode=DELETE");
+  try {
+    CommitLocked();
+  } catch (const WriteError&) {
+    CloseLocked();
+    throw;
+  }
+  CloseLocked();
+}
+
+void Archive::Abandon() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (db_ == nullptr) return;
+  if (sqlite3_get_autocommit(db_) == 0) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+  in_transaction_ = false;
+  CloseLocked();
+}
+
+// Goes back to a rollback journal, which writes what the log holds into the
+// file and removes the log, and closes. The file is closed even when that
+// fails (the log then stays beside it, and the archive is whole with it).
+void Archive::CloseLocked() {
+  std::string failure;
+  try {
+    Execute("PRAGMA journal_mode=DELETE");
+  } catch (const WriteError& e) {
+    failure = e.what();
+  }
   sqlite3_close(db_);
   db_ = nullptr;
+  if (!failure.empty()) throw WriteError(failure);
 }
 
 }  // namespace refhost

@@ -2,12 +2,14 @@
 // patients, records, prescriptions, prescription_items, files, messages and
 // runs. Every write goes into the transaction that is open, if any (one per
 // patient), and stands on its own otherwise. Members and arguments arrive as
-// JSON text of typed values. Each operation raises std::runtime_error with
-// SQLite's message when the file can't be written.
+// JSON text of typed values. Each operation raises WriteError, naming the
+// cause, when the file can't be written. Operations may come from two
+// threads (the run's, and the one that ends the program on a second signal).
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,9 +29,13 @@ struct StoredFile {
 
 class Archive {
  public:
-  // Creates a new archive at path with empty tables. An existing file is
-  // refused unless overwrite, which replaces it whole.
-  static std::unique_ptr<Archive> Create(const std::string& path, bool overwrite);
+  // Makes the empty file at path (reserved by OutputFiles) a new archive
+  // with empty tables.
+  static std::unique_ptr<Archive> Open(const std::string& path);
+
+  // Empty when the file at path is an archive that Open made (the same
+  // tables with the same columns); otherwise why not, in words. Reads only.
+  static std::string NotOurArchive(const std::string& path);
   ~Archive();
   Archive(const Archive&) = delete;
   Archive& operator=(const Archive&) = delete;
@@ -53,14 +59,21 @@ class Archive {
   void AddMessage(const std::string& kind, const std::string& text);
 
   // Commits and closes the file, leaving it without journal beside it. Any
-  // later operation raises.
+  // later operation raises; a second Close does nothing.
   void Close();
+
+  // Takes back the transaction under way and closes the file as Close does:
+  // the archive keeps what was committed. Waits for an operation under way.
+  void Abandon();
 
  private:
   explicit Archive(sqlite3* db);
   void Execute(const char* sql);
+  void CommitLocked();
+  void CloseLocked();
   sqlite3* db_;
   bool in_transaction_ = false;
+  std::recursive_mutex mutex_;
 };
 
 }  // namespace refhost

@@ -2,13 +2,23 @@
 // refused is checked first, then the archive (and trace) is created, Test
 // and Converti run, and the runs row is closed with the outcome.
 
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <functional>
+#include <mutex>
 #include <stdexcept>
 
 #include "host/failure.h"
 #include "tools/kairon-convert/objects.h"
+#include "tools/kairon-convert/output_files.h"
 #include "tools/kairon-convert/reference_host.h"
 #include "tools/kairon-convert/typed_value.h"
 
@@ -46,27 +56,91 @@ std::string* FindMember(std::map<std::string, std::string>& utente, std::string_
   return nullptr;
 }
 
+// Why a folder given for temporary files can't be used, in words; empty if
+// it can.
+std::string UnusableFolder(const std::string& path) {
+  struct stat st {};
+  if (stat(path.c_str(), &st) != 0) return path + " doesn't exist";
+  if (!S_ISDIR(st.st_mode)) return path + " is not a folder";
+  struct statvfs fs_info {};
+  if (statvfs(path.c_str(), &fs_info) == 0 && (fs_info.f_flag & ST_RDONLY) != 0)
+    return path + " is on a read-only file system";
+  if (access(path.c_str(), W_OK | X_OK) != 0) return "no permission to write in " + path;
+  return "";
+}
+
 // The folder for temporary files: the one given, or a new one under the
-// system's temporary folder that goes with this object.
+// system's temporary folder (TMPDIR, else /tmp) that goes with this object.
 class TemporaryFolder {
  public:
+  // Raises std::runtime_error, naming the cause, when the folder given can't
+  // be used; creates nothing.
+  static void Check(const std::string& given, const char* option) {
+    if (given.empty()) {
+      std::string system = SystemFolder();
+      if (std::string why = UnusableFolder(system); !why.empty())
+        throw std::runtime_error("no folder for temporary files: TMPDIR names " + system + ", and " + why +
+                                 " (set TMPDIR to a folder, or give --tempdir)");
+      return;
+    }
+    if (std::string why = UnusableFolder(given); !why.empty())
+      throw std::runtime_error(std::string(option) + " can't be used: " + why);
+  }
+
   explicit TemporaryFolder(const std::string& given) : path_(given) {
     if (!path_.empty()) return;
-    path_ = (std::filesystem::temp_directory_path() / "kairon-convert-XXXXXX").string();
-    if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error("cannot create a temporary folder " + path_);
+    path_ = (std::filesystem::path(SystemFolder()) / "kairon-convert-XXXXXX").string();
+    if (mkdtemp(path_.data()) == nullptr)
+      throw std::runtime_error("cannot create a temporary folder in " + SystemFolder() + ": " + CauseOf(errno));
     own_ = true;
   }
-  ~TemporaryFolder() {
-    std::error_code ec;
-    if (own_) std::filesystem::remove_all(path_, ec);
-  }
+  ~TemporaryFolder() { Remove(); }
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
   const std::string& path() const { return path_; }
 
+  // Removes a folder of its own with its content; a folder given stays.
+  void Remove() {
+    std::error_code ec;
+    if (own_) std::filesystem::remove_all(path_, ec);
+    own_ = false;
+  }
+
  private:
+  static std::string SystemFolder() {
+    const char* tmpdir = std::getenv("TMPDIR");
+    return tmpdir != nullptr && *tmpdir != '\0' ? tmpdir : "/tmp";
+  }
   std::string path_;
   bool own_ = false;
+};
+
+// The columns of each catalogue that the plug-in reads.
+struct CatalogueColumns {
+  const char* option;
+  const Catalogue SessionSetup::*catalogue;
+  std::vector<std::string> columns;
+};
+
+// The run under way, which a second signal ends at once (EndRunNow).
+std::mutex under_way_mutex;
+std::function<void()> end_under_way;
+
+// Says what ending the run at once means, from the reservation of its files
+// to the end of the run.
+class UnderWay {
+ public:
+  explicit UnderWay(std::function<void()> end) { Then(std::move(end)); }
+  void Then(std::function<void()> end) {
+    std::lock_guard<std::mutex> lock(under_way_mutex);
+    end_under_way = std::move(end);
+  }
+  ~UnderWay() {
+    std::lock_guard<std::mutex> lock(under_way_mutex);
+    end_under_way = nullptr;
+  }
+  UnderWay(const UnderWay&) = delete;
+  UnderWay& operator=(const UnderWay&) = delete;
 };
 
 // What a conversion needs from files, read before anything is written.
@@ -91,42 +165,79 @@ SessionSetup ReadSetup(const ConvertOptions& options) {
 
 PluginFailure Raised(const host::Failure& failure) { return {failure.number(), failure.description()}; }
 
+// The columns of wanted that a catalogue lacks (names compare without regard
+// to case, as an entry's members do).
+std::vector<std::string> MissingColumns(const Catalogue& catalogue, const std::vector<std::string>& wanted) {
+  std::vector<std::string> missing;
+  for (const std::string& column : wanted) {
+    auto same = [&](const std::string& held) { return host::SameName(held, column); };
+    if (std::none_of(catalogue.columns().begin(), catalogue.columns().end(), same)) missing.push_back(column);
+  }
+  return missing;
+}
+
 }  // namespace
 
 ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions& options) {
   auto started = std::chrono::steady_clock::now();
   ConvertOutcome outcome;
-  if (options.archive.empty()) throw std::runtime_error("no archive file given");
-  std::error_code ec;
-  if (std::filesystem::exists(options.archive, ec) && !options.overwrite)
-    throw std::runtime_error(options.archive + " exists already (give --overwrite to replace it)");
+  auto warn = [&](const std::string& text) {
+    outcome.warnings.push_back(text);
+    if (options.warn) options.warn(text);
+  };
+
+  const OutputPaths paths{options.archive, options.trace, SourceFiles(options.conn), options.overwrite};
+  OutputFiles::Check(paths);
   SessionSetup setup = ReadSetup(options);
+  std::string* utente_tempdir = FindMember(setup.utente, "tempdir");
+  const bool tempdir_of_utente = options.tempdir.empty() && utente_tempdir != nullptr;
+  const std::string given_tempdir = tempdir_of_utente ? *utente_tempdir : options.tempdir;
+  TemporaryFolder::Check(given_tempdir, tempdir_of_utente ? "tempdir of --utente" : "--tempdir");
+
+  const CatalogueColumns read_columns[] = {
+      {"--icd9", &SessionSetup::icd9, {"ID", "Descrizione"}},
+      {"--farmaci", &SessionSetup::farmaci, {"Descrizione", "Tipo"}},
+      {"--esenzioni", &SessionSetup::esenzioni, {"ID", "Descrizione", "CodiceFarmaci", "CodiceEsami"}}};
+  for (const CatalogueColumns& catalogue : read_columns)
+    for (const std::string& missing : MissingColumns(setup.*catalogue.catalogue, catalogue.columns))
+      warn(std::string(catalogue.option) + ": the header has no column " + missing +
+           ", which the plug-in reads: its entries will fail with 438 there");
 
   std::string option_list;
   try {
-    option_list = options.options ? *options.options : DefaultOptions(host::TextOf(conversione->Get("ListaOpzioni")));
+    const std::string lista_opzioni = host::TextOf(conversione->Get("ListaOpzioni"));
+    option_list = options.options ? *options.options : DefaultOptions(lista_opzioni);
+    if (std::string unmatched = UnmatchedOptions(option_list, lista_opzioni); !unmatched.empty()) warn(unmatched);
   } catch (const host::Failure& failure) {
     outcome.raised = Raised(failure);
     return outcome;
   }
 
-  if (!options.trace.empty()) setup.trace = Trace::Open(options.trace);
-  try {
-    setup.archive = Archive::Create(options.archive, options.overwrite);
-  } catch (...) {
-    if (!options.trace.empty()) std::filesystem::remove(options.trace, ec);
-    throw;
-  }
-  std::string* utente_tempdir = FindMember(setup.utente, "tempdir");
-  TemporaryFolder tempdir(!options.tempdir.empty() || utente_tempdir == nullptr ? options.tempdir : *utente_tempdir);
+  TemporaryFolder tempdir(given_tempdir);
+  std::unique_ptr<OutputFiles> outputs = OutputFiles::Reserve(paths);
+  std::shared_ptr<Session> session;
+  // Until the run is under way, ending at once leaves nothing written.
+  UnderWay under_way([&] {
+    outputs->Discard();
+    tempdir.Remove();
+  });
+  setup.archive = Archive::Open(outputs->archive_file());
+  if (!options.trace.empty()) setup.trace = std::make_unique<Trace>(outputs->trace_descriptor(), options.trace);
   if (utente_tempdir != nullptr)
     *utente_tempdir = tempdir.path();
   else
     setup.utente["tempdir"] = tempdir.path();
 
-  ClearStopRequest();
-  auto session = std::make_shared<Session>(std::move(setup));
+  session = std::make_shared<Session>(std::move(setup));
   int64_t run = session->archive().BeginRun(LocalTime(), options.conn, option_list);
+  under_way.Then([&] {
+    session->Abandon();
+    try {
+      outputs->PutInPlace();
+    } catch (const WriteError&) {
+    }
+    tempdir.Remove();
+  });
   try {
     TestOutcome test = RunTest(conversione, options.conn);
     outcome.test_result = test.result;
@@ -142,14 +253,24 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
     }
   } catch (const host::Failure& failure) {
     outcome.raised = Raised(failure);
+  } catch (...) {
+    session->Abandon();
+    throw;
   }
   session->Finish();
   std::string last_error =
       outcome.raised ? std::to_string(outcome.raised->number) + " " + outcome.raised->description : outcome.last_error;
-  session->archive().EndRun(run, LocalTime(), outcome.result, last_error);
-  session->archive().Close();
+  session->Record([&] { session->archive().EndRun(run, LocalTime(), outcome.result, last_error); });
+  session->Record([&] { session->archive().Close(); });
+  session->Record([&] { outputs->PutInPlace(); });
+  if (std::filesystem::exists(options.archive + "-wal"))
+    warn(options.archive + "-wal lies beside the archive and holds patients that the archive needs: keep the two "
+         "together (SQLite takes the log in when the archive is next opened with room on the disk)");
+  ClearStopRequest();
 
+  for (const std::string& rule : session->setup().failures.Unfired()) warn(rule);
   const SessionCounts& counts = session->counts();
+  outcome.write_failure = session->write_failure();
   outcome.records_per_store = counts.records_per_store;
   outcome.patients_ok = counts.patients_ok;
   outcome.patients_err = counts.patients_err;
@@ -157,6 +278,13 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
   outcome.file_bytes = counts.file_bytes;
   outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
   return outcome;
+}
+
+void EndRunNow() {
+  std::lock_guard<std::mutex> lock(under_way_mutex);
+  if (!end_under_way) return;
+  end_under_way();
+  end_under_way = nullptr;
 }
 
 }  // namespace refhost

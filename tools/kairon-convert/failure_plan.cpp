@@ -40,6 +40,7 @@ FailurePlan FailurePlan::Parse(const std::vector<std::string>& rules) {
     size_t at = text.rfind('@');
     if (at == std::string::npos) throw std::invalid_argument("--fail " + text + ": expected MEMBER@N");
     Rule rule;
+    rule.text = text;
     std::string_view count = std::string_view(text).substr(at + 1);
     auto [end, error] = std::from_chars(count.data(), count.data() + count.size(), rule.nth);
     if (error != std::errc() || end != count.data() + count.size() || rule.nth < 1)
@@ -62,6 +63,15 @@ bool FailurePlan::CountCall(std::string_view object_name, std::string_view membe
     if (++rule.seen == rule.nth) fail = true;
   }
   return fail;
+}
+
+std::vector<std::string> FailurePlan::Unfired() const {
+  std::vector<std::string> warnings;
+  for (const Rule& rule : rules_)
+    if (rule.seen < rule.nth)
+      warnings.push_back("--fail " + rule.text + " never fired: it counted " + std::to_string(rule.seen) +
+                         (rule.seen == 1 ? " call" : " calls") + " of " + rule.text.substr(0, rule.text.rfind('@')));
+  return warnings;
 }
 
 }  // namespace refhost

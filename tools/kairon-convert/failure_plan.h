@@ -25,8 +25,13 @@ class FailurePlan {
   // plan makes this call fail.
   bool CountCall(std::string_view object_name, std::string_view member);
 
+  // A warning for each rule whose call never came, with how many calls of
+  // its member it counted.
+  std::vector<std::string> Unfired() const;
+
  private:
   struct Rule {
+    std::string text;    // as given
     std::string object;  // empty: any object
     std::string member;
     int64_t nth = 0;

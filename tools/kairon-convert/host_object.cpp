@@ -21,13 +21,16 @@ nlohmann::ordered_json TypedArgs(const std::vector<host::Value>& values) {
 }
 
 // The archive or trace failing inside a member: passes on host failures and
-// turns anything else into one.
+// turns anything else into one. A write that failed also stops the run.
 template <typename Action>
-auto AsHostFailure(Action action) {
+auto AsHostFailure(Session& session, Action action) {
   try {
     return action();
   } catch (const host::Failure&) {
     throw;
+  } catch (const WriteError& e) {
+    session.WriteFailed(e.what());
+    throw host::Failure(kHostFailure, std::string("Errore dell'host: ") + e.what());
   } catch (const std::exception& e) {
     throw host::Failure(kHostFailure, std::string("Errore dell'host: ") + e.what());
   }
@@ -39,7 +42,7 @@ HostObject::HostObject(std::shared_ptr<Session> session, std::string trace_name)
     : session_(std::move(session)), trace_name_(std::move(trace_name)) {}
 
 host::Value HostObject::Get(std::string_view member) {
-  return AsHostFailure([&] { return Read(member); });
+  return AsHostFailure(*session_, [&] { return Read(member); });
 }
 
 void HostObject::Set(std::string_view member, const host::Value& value) {
@@ -49,7 +52,7 @@ void HostObject::Set(std::string_view member, const host::Value& value) {
   line["member"] = member;
   line["value"] = TypedValue(value);
   try {
-    AsHostFailure([&] { Write(member, value); });
+    AsHostFailure(*session_, [&] { Write(member, value); });
   } catch (const host::Failure&) {
     line["failed"] = true;
     session_->WriteTrace(line);
@@ -68,7 +71,7 @@ host::Value HostObject::Call(std::string_view member, host::Args& args) {
   line["args"] = TypedArgs(before);
   host::Value result;
   try {
-    result = AsHostFailure([&] {
+    result = AsHostFailure(*session_, [&] {
       DescribeCall(member, args, line);
       if (session_->CountCall(trace_name_, member)) throw host::Failure(kSimulatedFailure, kSimulatedFailureText);
       return Invoke(member, args);

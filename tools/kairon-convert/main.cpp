@@ -14,6 +14,8 @@
 #include <optional>
 
 #include "host/failure.h"
+#include "tools/common/character_type.h"
+#include "tools/common/termination.h"
 #include "tools/kairon-convert/reference_host.h"
 
 namespace {
@@ -43,9 +45,14 @@ struct LoadedPlugin {
   host::ObjectRef conversione;
 };
 
+// Loads the plug-in. If it brought the database client in, the client is
+// told to refuse the engine's shutdown on a signal: this program handles
+// SIGINT and SIGTERM itself, while the plug-in still reads.
 LoadedPlugin Load(const std::string& path) {
   LoadedPlugin loaded;
   loaded.plugin = std::make_unique<refhost::Plugin>(path);
+  if (void* registrar = loaded.plugin->FindSymbol("fb_shutdown_callback"))
+    tools::RefuseEngineShutdownOnSignal(reinterpret_cast<tools::ShutdownCallbackRegistrar>(registrar));
   loaded.conversione = loaded.plugin->CreateConversione();
   return loaded;
 }
@@ -98,14 +105,26 @@ int TestCommand(const host::ObjectRef& conversione, const std::string& conn, boo
   return outcome.result ? kSuccess : kTestFalse;
 }
 
-extern "C" void OnInterrupt(int) {
-  static std::atomic<int> interrupts{0};
-  if (++interrupts == 1) {
+// Set while a conversion can stop after its patient; before that, and for
+// the other commands, a signal ends the program at once.
+std::atomic<bool> stop_after_patient{false};
+
+// SIGINT and SIGTERM, on the watching thread. The first during a conversion
+// asks for the stop after the patient under way; the second ends the run at
+// once, with the archive closed, and the program.
+void OnTerminationSignal(int signal, int count) {
+  if (count == 1 && stop_after_patient.load()) {
     refhost::RequestStop();
+    std::fprintf(stderr, "\nkairon-convert: stopping after the patient under way (a second %s ends at once)\n",
+                 signal == SIGINT ? "Ctrl-C" : "signal");
     return;
   }
-  std::signal(SIGINT, SIG_DFL);
-  std::raise(SIGINT);
+  refhost::EndRunNow();
+  if (stop_after_patient.load())
+    std::fprintf(stderr,
+                 "\nkairon-convert: ended at once; the archive keeps every patient filed before the one under way, "
+                 "and its runs row has no end\n");
+  tools::DieOfSignal(signal);
 }
 
 void PrintSummary(const refhost::ConvertOutcome& outcome) {
@@ -123,16 +142,19 @@ void PrintSummary(const refhost::ConvertOutcome& outcome) {
   std::printf("%-28s %s\n", "Test", outcome.test_result ? "true" : "false");
   std::printf("%-28s %s\n", "Result", outcome.result ? "true" : "false");
   std::printf("%-28s %s\n", "LastError", outcome.last_error.c_str());
+  if (!outcome.write_failure.empty()) std::printf("%-28s %s\n", "Stopped because", outcome.write_failure.c_str());
 }
 
 int ConvertCommand(const host::ObjectRef& conversione, const refhost::ConvertOptions& options) {
-  struct sigaction action {};
-  action.sa_handler = OnInterrupt;
-  sigemptyset(&action.sa_mask);
-  sigaction(SIGINT, &action, nullptr);
   refhost::ConvertOutcome outcome = refhost::Convert(conversione, options);
   if (outcome.raised) return ReportRaised(*outcome.raised);
   PrintSummary(outcome);
+  if (!outcome.write_failure.empty()) {
+    std::fflush(stdout);
+    std::cerr << "kairon-convert: " << outcome.write_failure
+              << "; the run stopped there, and the archive keeps the patients filed before\n";
+    return kPluginFailed;
+  }
   if (!outcome.test_result) return kTestFalse;
   return outcome.result ? kSuccess : kPluginFailed;
 }
@@ -140,6 +162,10 @@ int ConvertCommand(const host::ObjectRef& conversione, const refhost::ConvertOpt
 }  // namespace
 
 int main(int argc, char** argv) {
+  tools::BlockTerminationSignals();
+  tools::UseEnvironmentCharacterType();
+  tools::TerminationWatch watch(OnTerminationSignal);
+
   CLI::App app{"kairon-convert: the reference conversion host for the cnvKairon plug-in"};
   app.require_subcommand(1);
   std::string plugin = DefaultPluginPath();
@@ -172,7 +198,7 @@ int main(int argc, char** argv) {
   convert->add_option("--utente", utente, "The members of utente, as a JSON object");
   convert->add_option("--tempdir", options.tempdir, "The folder for temporary files");
   convert->add_option("--fail", options.fail, "Make the N-th call of MEMBER fail (MEMBER@N, Obj.MEMBER@N)");
-  convert->add_flag("--overwrite", options.overwrite, "Replace an existing archive");
+  convert->add_flag("--overwrite", options.overwrite, "Replace the archive and trace of an earlier run");
   convert->add_option("--plugin", plugin, "The plug-in library")->capture_default_str();
 
   try {
@@ -187,6 +213,8 @@ int main(int argc, char** argv) {
     if (test->parsed()) return WithPlugin(plugin, [&](const host::ObjectRef& c) { return TestCommand(c, conn, json); });
     if (utente) options.utente = refhost::ParseUtente(*utente);
     options.progress = isatty(STDERR_FILENO) == 1;
+    options.warn = [](const std::string& warning) { std::cerr << "kairon-convert: warning: " << warning << "\n"; };
+    stop_after_patient = true;
     return WithPlugin(plugin, [&](const host::ObjectRef& c) { return ConvertCommand(c, options); });
   } catch (const std::exception& e) {
     return ReportUnusable(e);

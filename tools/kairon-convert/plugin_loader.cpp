@@ -93,6 +93,8 @@ host::ObjectRef Plugin::CreateConversione() {
   return conversione;
 }
 
+void* Plugin::FindSymbol(const char* name) const { return dlsym(handle_, name); }
+
 int32_t Plugin::CanUnloadNow() {
   auto can_unload = reinterpret_cast<host::DllCanUnloadNowFn>(Symbol(handle_, "DllCanUnloadNow"));
   return can_unload();

@@ -1,6 +1,9 @@
 // What the info and test commands ask the plug-in, and how they print it.
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
+
+#include "host/text.h"
 
 #include "tools/kairon-convert/reference_host.h"
 #include "tools/kairon-convert/typed_value.h"
@@ -85,6 +88,27 @@ std::string TestJson(const TestOutcome& outcome) {
 std::vector<std::string> SplitDoctors(const std::string& lista_medici) {
   if (lista_medici.empty()) return {};
   return Split(lista_medici, ';');
+}
+
+std::string UnmatchedOptions(const std::string& option_list, const std::string& lista_opzioni) {
+  std::vector<std::string> categories;
+  for (const std::string& category : Split(lista_opzioni, ';'))
+    if (!Trimmed(category).empty()) categories.push_back(host::text::Lower(Trimmed(category)));
+  auto known = [&](const std::string& name) { return std::find(categories.begin(), categories.end(), name) != categories.end(); };
+  std::string unmatched;
+  int count = 0;
+  bool blanks = false;
+  for (const std::string& element : Split(option_list, ';')) {
+    std::string lower = host::text::Lower(element);
+    if (element.empty() || known(lower)) continue;
+    unmatched += (count++ == 0 ? "\"" : ", \"") + element + "\"";
+    blanks = blanks || known(Trimmed(lower));
+  }
+  if (count == 0) return "";
+  return "--options: " + unmatched + (count == 1 ? " matches" : " match") +
+         " no category, and nothing is converted for " + (count == 1 ? "it" : "them") +
+         (blanks ? " (blanks count: separate the categories with \";\" alone)" : "") +
+         "; the categories are: " + DefaultOptions(lista_opzioni);
 }
 
 std::string DefaultOptions(const std::string& lista_opzioni) {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -34,6 +35,10 @@ class Plugin {
 
   // The library's own answer to DllCanUnloadNow (0: no object alive).
   int32_t CanUnloadNow();
+
+  // The address of a symbol of the library or of a library it brought in;
+  // null if none has it.
+  void* FindSymbol(const char* name) const;
 
  private:
   void* handle_ = nullptr;
@@ -74,6 +79,12 @@ std::vector<std::string> SplitDoctors(const std::string& lista_medici);
 // joined by ";": the option list that Converti gets by default.
 std::string DefaultOptions(const std::string& lista_opzioni);
 
+// A warning naming the elements of an option list (split at ";") that match
+// no category of lista_opzioni (compared without regard to case, blanks
+// counting), with the list of categories; empty when every element matches.
+// Empty elements are passed over.
+std::string UnmatchedOptions(const std::string& option_list, const std::string& lista_opzioni);
+
 // The members of --utente: a JSON object whose members are texts (numbers
 // and booleans are taken as their JSON text). Raises std::runtime_error for
 // anything else.
@@ -94,8 +105,9 @@ struct ConvertOptions {
   std::map<std::string, std::string> utente;         // text members of utente, over DefaultUtente()
   std::string tempdir;            // overrides utente's tempdir; empty: a new temporary folder, removed at the end
   std::vector<std::string> fail;  // "MEMBER@N" or "Obj.MEMBER@N"
-  bool overwrite = false;
+  bool overwrite = false;   // replace an archive and a trace of an earlier run
   bool progress = false;    // draw a progress bar on standard error
+  std::function<void(const std::string&)> warn;  // told each warning as it arises
   int stop_at_patient = 0;  // >0: Stop is set in the UpdateProgress of that patient (counted from 1), as a Ctrl-C would
 };
 
@@ -115,16 +127,27 @@ struct ConvertOutcome {
   int patients_ok = 0, patients_err = 0;
   int64_t files = 0, file_bytes = 0;
   double seconds = 0;
+  std::string write_failure;          // why the archive or trace couldn't be written; the run stopped there
+  std::vector<std::string> warnings;  // what a person would want to know: unmatched options, unused --fail, ...
 };
 
 // Runs Test and Converti on conversione as the convert command does, filing
-// into a new archive. Raises std::runtime_error for unusable arguments (an
-// existing archive without overwrite, an unreadable catalogue, a bad --fail),
-// before anything is written.
+// into a new archive. Raises std::runtime_error, naming the cause, for
+// unusable arguments (see OutputFiles::Check; a temporary folder that can't
+// be used, an unreadable catalogue, a bad --fail), and then nothing is
+// written. When the archive or the trace can't be written once the run is
+// under way, the run stops after the patient under way and write_failure
+// says why.
 ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions& options);
 
-// Ctrl-C: the first asks the run under way to stop after its patient. Safe
-// to call from a signal handler.
+// The first Ctrl-C: asks the run under way, or the next one to start, to
+// stop after its patient. Safe to call from a signal handler.
 void RequestStop();
+
+// The second: ends the run under way at once, if any. The patient under way
+// is taken back, the archive is closed with every patient committed before
+// it (runs.ended stays unset), and put in place. Called from another thread
+// than the run's, which must not go on afterwards: the program ends next.
+void EndRunNow();
 
 }  // namespace refhost

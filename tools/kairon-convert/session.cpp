@@ -38,8 +38,8 @@ void Session::Message(const std::string& kind, const std::string& text) {
 
 bool Session::Progress(int percent) {
   ++progress_calls_;
-  if (setup_.stop_at_progress > 0 && progress_calls_ >= setup_.stop_at_progress) RequestStop();
-  bool stop = StopRequested();
+  if (setup_.stop_at_progress > 0 && progress_calls_ >= setup_.stop_at_progress) stop_ = true;
+  bool stop = stop_ || StopRequested();
   if (progress_) progress_->Update(percent, static_cast<int>(patients_), stop);
   return stop;
 }
@@ -71,12 +71,21 @@ void Session::WritePendingPatients() {
   pending_.clear();
 }
 
+void Session::WriteFailed(const std::string& cause) {
+  if (write_failure_.empty()) write_failure_ = cause;
+  stop_ = true;
+}
+
 void Session::Finish() {
-  WritePendingPatients();
-  archive().Commit();
-  if (setup_.trace) setup_.trace->Flush();
-  setup_.trace.reset();
+  Record([&] { WritePendingPatients(); });
+  Record([&] { archive().Commit(); });
+  if (setup_.trace) Record([&] { setup_.trace->Flush(); });
   if (progress_) progress_->Clear();
+}
+
+void Session::Abandon() {
+  archive().Abandon();
+  if (setup_.trace) Record([&] { setup_.trace->Flush(); });
 }
 
 }  // namespace refhost

@@ -17,6 +17,7 @@
 #include "tools/kairon-convert/archive.h"
 #include "tools/kairon-convert/catalogues.h"
 #include "tools/kairon-convert/failure_plan.h"
+#include "tools/kairon-convert/output_files.h"
 #include "tools/kairon-convert/host_object.h"
 #include "tools/kairon-convert/progress.h"
 #include "tools/kairon-convert/trace.h"
@@ -74,8 +75,24 @@ class Session {
   // its ChangeMsg "OK" or "ERR" counts.
   void PatientLineOpened() { patient_line_open_ = true; }
 
-  // UpdateProgress: draws the bar; true once a stop was asked for.
+  // UpdateProgress: draws the bar; true once a stop was asked for, or the
+  // archive or trace failed.
   bool Progress(int percent);
+
+  // The archive or the trace couldn't be written: the first cause is kept,
+  // and the run is asked to stop.
+  void WriteFailed(const std::string& cause);
+  const std::string& write_failure() const { return write_failure_; }
+  // Runs a step of the archive or the trace; a WriteError is kept as
+  // WriteFailed keeps it instead of passing on.
+  template <typename Step>
+  void Record(Step step) {
+    try {
+      step();
+    } catch (const WriteError& e) {
+      WriteFailed(e.what());
+    }
+  }
 
   // A new patient: ends the transaction of the one before (writing again
   // the members that changed since their master record) and opens the
@@ -98,9 +115,13 @@ class Session {
   int64_t NextFile() { return ++files_; }
 
   // The end of the run: the last patient's transaction is committed, the
-  // trace written out and closed, and the progress bar taken away. The
-  // archive stays open for the runs row.
+  // trace written out, and the progress bar taken away. The archive stays
+  // open for the runs row. Failures are kept as WriteFailed keeps them.
   void Finish();
+
+  // Ends at once, from another thread: the patient under way is taken
+  // back, the archive closed (Archive::Abandon), the trace written out.
+  void Abandon();
 
  private:
   void WritePendingPatients();
@@ -112,10 +133,12 @@ class Session {
   int64_t progress_calls_ = 0;
   int64_t patients_ = 0, ricette_ = 0, items_ = 0, problems_ = 0, files_ = 0;
   bool patient_line_open_ = false;  // DaiPaziente came after the last AddMsg
+  bool stop_ = false;                // this run's own reason to stop (stop_at_progress, a write failure)
+  std::string write_failure_;
 };
 
-// Ctrl-C's flag (see RequestStop), read by Session::Progress; a new run
-// clears it.
+// Ctrl-C's flag (see RequestStop), read by Session::Progress; the end of a
+// run clears it.
 bool StopRequested();
 void ClearStopRequest();
 

@@ -1,9 +1,9 @@
 // The trace: one JSON object a line, in the order of the plug-in's calls and
-// assignments on host objects, written as they happen.
+// assignments on host objects. Lines are kept in memory and written out at
+// each Flush, so the file holds whole lines only, whenever the program ends.
 #pragma once
 
-#include <fstream>
-#include <memory>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -11,21 +11,28 @@ namespace refhost {
 
 class Trace {
  public:
-  // Creates (or empties) the file. Raises std::runtime_error when it can't.
-  static std::unique_ptr<Trace> Open(const std::string& path);
+  // Writes into descriptor (open for writing, empty, owned by the caller);
+  // path names the file in messages.
+  Trace(int descriptor, std::string path);
 
-  // Writes one line. Text that isn't valid UTF-8 is written with U+FFFD in
+  // Empty when the file at path is a trace (empty, or its first line a JSON
+  // object with "obj" and "op"); otherwise why not, in words.
+  static std::string NotOurTrace(const std::string& path);
+
+  // Adds one line. Text that isn't valid UTF-8 is written with U+FFFD in
   // place of the bad bytes.
   void Write(const nlohmann::ordered_json& line);
 
-  // Hands what is written so far to the file, so that a crash leaves whole
-  // lines behind.
+  // Writes out the lines added so far. Raises WriteError, naming the cause,
+  // when the file can't take them; from then on nothing more is written.
   void Flush();
 
  private:
-  explicit Trace(const std::string& path);
+  int descriptor_;
   std::string path_;
-  std::ofstream out_;
+  std::string pending_;
+  bool broken_ = false;
+  std::mutex mutex_;
 };
 
 }  // namespace refhost

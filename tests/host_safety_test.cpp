@@ -1,0 +1,461 @@
+// The reference host and the generator as a person runs them, as real
+// processes: refusals that leave every file as it was, the causes of
+// failures, warnings, accented paths, and real SIGINT and SIGTERM at random
+// moments of a conversion.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sqlite3.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/fixture.h"
+
+extern char** environ;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+  int status = -1;  // exit status, or -signal when a signal ended the process
+  std::string out, err;
+  bool Says(const std::string& text) const { return err.find(text) != std::string::npos; }
+};
+
+std::string ReadAll(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// A program started with posix_spawn, its output going to files. With
+// signals_pending, SIGINT and SIGTERM start blocked, as the programs block
+// them first thing: a signal sent at once waits for the program's own
+// handling instead of ending it before main.
+class Child {
+ public:
+  Child(const std::vector<std::string>& args, const std::vector<std::string>& env = {}, bool signals_pending = false)
+      : out_(fs::temp_directory_path() / ("child-" + std::to_string(getpid()) + "-" + std::to_string(++count_))) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, (out_.string() + ".out").c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0644);
+    posix_spawn_file_actions_addopen(&actions, 2, (out_.string() + ".err").c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0644);
+    posix_spawnattr_t attr;
+    posix_spawnattr_init(&attr);
+    sigset_t mask;
+    sigemptyset(&mask);
+    if (signals_pending) {
+      sigaddset(&mask, SIGINT);
+      sigaddset(&mask, SIGTERM);
+    }
+    posix_spawnattr_setsigmask(&attr, &mask);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK);
+    std::vector<char*> argv;
+    for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+    argv.push_back(nullptr);
+    std::vector<std::string> environment(env);
+    for (char** e = environ; *e != nullptr; ++e) environment.emplace_back(*e);  // the first of a name counts
+    std::vector<char*> envp;
+    for (const std::string& e : environment) envp.push_back(const_cast<char*>(e.c_str()));
+    envp.push_back(nullptr);
+    EXPECT_EQ(posix_spawn(&pid_, argv[0], &actions, &attr, argv.data(), envp.data()), 0) << args[0];
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attr);
+  }
+
+  void Signal(int signal) const { kill(pid_, signal); }
+  std::string ErrorSoFar() const { return ReadAll(out_.string() + ".err"); }
+
+  Outcome Wait() {
+    Outcome outcome;
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    outcome.out = ReadAll(out_.string() + ".out");
+    outcome.err = ReadAll(out_.string() + ".err");
+    fs::remove(out_.string() + ".out");
+    fs::remove(out_.string() + ".err");
+    return outcome;
+  }
+
+ private:
+  static inline int count_ = 0;
+  fs::path out_;
+  pid_t pid_ = -1;
+};
+
+Outcome RunToEnd(const std::vector<std::string>& args, const std::vector<std::string>& env = {}) {
+  return Child(args, env).Wait();
+}
+
+// What a folder holds: every entry with its content (files) or kind.
+using Contents = std::map<std::string, std::string>;
+Contents Snapshot(const fs::path& folder) {
+  std::map<std::string, std::string> entries;
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    const fs::file_status status = entry.symlink_status();
+    std::string content = fs::is_regular_file(status) ? ReadAll(entry.path().string())
+                          : fs::is_directory(status)  ? "<folder>"
+                                                      : "<other>";
+    entries[entry.path().string()] = content;
+  }
+  return entries;
+}
+
+// The rows of a query on an SQLite file, each column as text.
+std::vector<std::vector<std::string>> Rows(const std::string& file, const std::string& sql) {
+  sqlite3* db = nullptr;
+  std::vector<std::vector<std::string>> rows;
+  if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+    sqlite3_stmt* stmt = nullptr;
+    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) == SQLITE_OK) {
+      while (sqlite3_step(stmt) == SQLITE_ROW) {
+        std::vector<std::string> row;
+        for (int i = 0; i < sqlite3_column_count(stmt); ++i) {
+          auto text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, i));
+          row.push_back(text ? text : "NULL");
+        }
+        rows.push_back(row);
+      }
+    }
+    sqlite3_finalize(stmt);
+  }
+  sqlite3_close(db);
+  return rows;
+}
+
+std::string One(const std::string& file, const std::string& sql) {
+  auto rows = Rows(file, sql);
+  return rows.empty() ? "" : rows.front().front();
+}
+
+const std::string kConvert = KAIRON_CONVERT_PATH;
+const std::string kSample = KAIRON_SAMPLE_PATH;
+const std::string kPlugin = KAIRON_PLUGIN_PATH;
+
+std::vector<std::string> Convert(const std::string& user, const std::vector<std::string>& more) {
+  std::vector<std::string> args{kConvert, "convert", user, "--plugin", kPlugin};
+  args.insert(args.end(), more.begin(), more.end());
+  return args;
+}
+
+// A small sample, an archive and a trace of an earlier run beside it.
+class Refusals : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    sample::SampleOptions options;
+    options.patients = 5;
+    sample::GenerateSample(dir_ / "src", options);
+    ASSERT_EQ(RunToEnd(Convert(user_, {"--archive", archive_, "--trace", trace_})).status, 0);
+    fs::create_directory(dir_ / "tmp");
+  }
+
+  // The command is refused with exit 2, says the cause, and leaves every
+  // file as it was.
+  void ExpectRefused(const std::vector<std::string>& more, const std::string& cause,
+                     const std::vector<std::string>& env = {}) {
+    Contents before = Snapshot(dir_.path());
+    Outcome outcome = RunToEnd(Convert(user_, more), env);
+    EXPECT_EQ(outcome.status, 2) << outcome.err;
+    EXPECT_TRUE(outcome.Says(cause)) << "wanted \"" << cause << "\", got: " << outcome.err;
+    ExpectSame(before, Snapshot(dir_.path()));
+  }
+
+  static void ExpectSame(const Contents& before, const Contents& after) {
+    for (const auto& [path, content] : before) {
+      auto now = after.find(path);
+      EXPECT_TRUE(now != after.end() && now->second == content) << path << " changed or went";
+    }
+    for (const auto& entry : after) EXPECT_TRUE(before.count(entry.first)) << entry.first << " came";
+  }
+
+  fixture::TempDir dir_;
+  std::string user_ = dir_ / "src/GX_USER.FDB";
+  std::string archive_ = dir_ / "earlier.sqlite";
+  std::string trace_ = dir_ / "earlier.jsonl";
+};
+
+TEST_F(Refusals, NothingThatIsntAnArchiveOfOursIsReplaced) {
+  std::ofstream(dir_ / "notes.txt") << "an earlier conversion";
+  {
+    sqlite3* other = nullptr;
+    sqlite3_open((dir_ / "other.sqlite").c_str(), &other);
+    sqlite3_exec(other, "CREATE TABLE patients(id INTEGER PRIMARY KEY, members TEXT)", nullptr, nullptr, nullptr);
+    sqlite3_close(other);
+  }
+  fs::create_directory(dir_ / "folder");
+  mkfifo((dir_ / "fifo").c_str(), 0644);
+  fs::create_symlink(archive_, dir_ / "link.sqlite");
+
+  ExpectRefused({"--archive", dir_ / "src/GX_MEDIA.FDB", "--overwrite"}, "is GX_MEDIA.FDB of the source");
+  ExpectRefused({"--archive", user_, "--overwrite"}, "is GX_USER.FDB of the source");
+  ExpectRefused({"--archive", dir_ / "notes.txt", "--overwrite"}, "not an SQLite file");
+  ExpectRefused({"--archive", dir_ / "other.sqlite", "--overwrite"}, "has no table records");
+  ExpectRefused({"--archive", dir_ / "folder", "--overwrite"}, "is a folder");
+  ExpectRefused({"--archive", dir_ / "fifo", "--overwrite"}, "is a FIFO");
+  ExpectRefused({"--archive", "/dev/null", "--overwrite"}, "is a device");
+  ExpectRefused({"--archive", dir_ / "link.sqlite", "--overwrite"}, "symbolic link");
+  ExpectRefused({"--archive", archive_}, "exists already");
+  ExpectRefused({"--archive", dir_ / "missing/new.sqlite"}, "doesn't exist");
+  ExpectRefused({"--archive", trace_, "--overwrite"}, "not an SQLite file");
+}
+
+TEST_F(Refusals, TheTraceFollowsTheArchivesRules) {
+  std::ofstream(dir_ / "notes.txt") << "{\"not\": \"a trace\"}\n";
+  ExpectRefused({"--archive", dir_ / "new.sqlite", "--trace", dir_ / "src/GX_DATA.FDB"}, "of the source");
+  ExpectRefused({"--archive", dir_ / "new.sqlite", "--trace", trace_}, "exists already");
+  ExpectRefused({"--archive", dir_ / "new.sqlite", "--trace", dir_ / "notes.txt", "--overwrite"}, "not a trace");
+  ExpectRefused({"--archive", dir_ / "new.sqlite", "--trace", archive_, "--overwrite"}, "not a trace");
+  ExpectRefused({"--archive", dir_ / "new.sqlite", "--trace", dir_ / "new.sqlite"}, "one file");
+  ExpectRefused({"--archive", dir_ / "new.sqlite", "--trace", dir_ / "new.sqlite-wal"}, "journal");
+  // An archive that can't be created leaves an existing trace alone.
+  ExpectRefused({"--archive", dir_ / "missing/new.sqlite", "--trace", trace_, "--overwrite"}, "doesn't exist");
+}
+
+TEST_F(Refusals, AnArchiveInUseOrUnfinishedIsLeftAlone) {
+  int held = open(archive_.c_str(), O_RDONLY);
+  ASSERT_EQ(flock(held, LOCK_EX), 0);
+  ExpectRefused({"--archive", archive_, "--overwrite"}, "being written by another run");
+  close(held);
+
+  // SQLite's lock is taken after the snapshot, since closing any file
+  // descriptor of the archive in this process would release it.
+  Contents before = Snapshot(dir_.path());
+  sqlite3* reader = nullptr;
+  sqlite3_open(archive_.c_str(), &reader);
+  ASSERT_EQ(sqlite3_exec(reader, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+  Outcome locked = RunToEnd(Convert(user_, {"--archive", archive_, "--overwrite"}));
+  sqlite3_exec(reader, "ROLLBACK", nullptr, nullptr, nullptr);
+  sqlite3_close(reader);
+  EXPECT_EQ(locked.status, 2);
+  EXPECT_TRUE(locked.Says("locked by another program")) << locked.err;
+  ExpectSame(before, Snapshot(dir_.path()));
+
+  std::ofstream(archive_ + "-wal") << "frames of a run that was killed";
+  ExpectRefused({"--archive", archive_, "--overwrite"}, "-wal lies beside it");
+}
+
+TEST_F(Refusals, TemporaryFoldersThatCantBeUsedStopTheRunBeforeIt) {
+  ExpectRefused({"--archive", dir_ / "new.sqlite", "--tempdir", dir_ / "absent"}, "--tempdir can't be used");
+  ExpectRefused({"--archive", dir_ / "new.sqlite", "--tempdir", archive_}, "is not a folder");
+  ExpectRefused({"--archive", dir_ / "new.sqlite", "--utente", R"({"tempdir": "/nonexistent"})"},
+                "tempdir of --utente");
+  ExpectRefused({"--archive", dir_ / "new.sqlite"}, "TMPDIR names /nonexistent", {"TMPDIR=/nonexistent"});
+}
+
+TEST_F(Refusals, OverwriteReplacesAnEarlierRunWhole) {
+  Outcome outcome = RunToEnd(Convert(user_, {"--archive", archive_, "--trace", trace_, "--overwrite", "--options", ""}));
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(One(archive_, "SELECT count(*) FROM runs"), "1");
+  EXPECT_EQ(One(archive_, "SELECT options FROM runs"), "");
+  std::vector<std::string> left;
+  for (const auto& entry : fs::directory_iterator(dir_.path())) left.push_back(entry.path().filename());
+  std::sort(left.begin(), left.end());
+  EXPECT_EQ(left, (std::vector<std::string>{"earlier.jsonl", "earlier.sqlite", "src", "tmp"}));
+}
+
+TEST_F(Refusals, TwoRunsOnOneNewArchiveGiveOneArchive) {
+  const std::string archive = dir_ / "shared.sqlite";
+  Child first(Convert(user_, {"--archive", archive})), second(Convert(user_, {"--archive", archive}));
+  Outcome a = first.Wait(), b = second.Wait();
+  EXPECT_EQ(std::min(a.status, b.status), 0) << a.err << b.err;
+  EXPECT_EQ(std::max(a.status, b.status), 2) << a.err << b.err;
+  EXPECT_EQ(One(archive, "PRAGMA integrity_check"), "ok");
+  EXPECT_EQ(One(archive, "SELECT count(*) FROM runs WHERE ended IS NOT NULL"), "1");
+}
+
+TEST_F(Refusals, WarningsNameWhatWouldDoNothing) {
+  std::ofstream(dir_ / "icd9.csv") << "code,ID\n401.9,I1\n";
+  Outcome outcome = RunToEnd(Convert(user_, {"--archive", dir_ / "new.sqlite", "--options", "Allergie; Appunti;Vaccini",
+                                        "--fail", "Pressione.Salvaa@2", "--fail", "ImportaAnagrafica@1", "--icd9",
+                                        dir_ / "icd9.csv"}));
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_TRUE(outcome.Says("\" Appunti\", \"Vaccini\" match no category")) << outcome.err;
+  EXPECT_TRUE(outcome.Says("blanks count")) << outcome.err;
+  EXPECT_TRUE(outcome.Says("the categories are: Allergie;Appunti;BMI;")) << outcome.err;
+  EXPECT_TRUE(outcome.Says("--fail Pressione.Salvaa@2 never fired")) << outcome.err;
+  EXPECT_FALSE(outcome.Says("--fail ImportaAnagrafica@1 never fired")) << outcome.err;
+  EXPECT_TRUE(outcome.Says("--icd9: the header has no column Descrizione")) << outcome.err;
+  EXPECT_NE(outcome.out.find("Result                       true"), std::string::npos);
+}
+
+// A full disk, from a file system of its own (needs the right to mount one).
+TEST_F(Refusals, AFullDiskIsNamedWithTheSummary) {
+  const fs::path small = dir_ / "small";
+  fs::create_directory(small);
+  sample::SampleOptions options;
+  options.patients = 300;
+  sample::GenerateSample(dir_ / "big", options);
+  const std::string script = "mount -t tmpfs -o size=400k tmpfs '" + small.string() + "' || exit 77; exec '" +
+                             kConvert + "' convert '" + (dir_ / "big/GX_USER.FDB") + "' --plugin '" + kPlugin +
+                             "' --archive '" + (small / "a.sqlite").string() + "' --trace '" +
+                             (small / "t.jsonl").string() + "'";
+  Outcome outcome = RunToEnd({"/usr/bin/unshare", "-m", "/bin/sh", "-c", script});
+  if (outcome.status == 77 || outcome.Says("unshare")) GTEST_SKIP() << "can't mount a small file system here";
+  EXPECT_EQ(outcome.status, 1) << outcome.err;
+  EXPECT_TRUE(outcome.Says("the disk is full")) << outcome.err;
+  EXPECT_NE(outcome.out.find("Patients OK / ERR"), std::string::npos);
+  EXPECT_NE(outcome.out.find("Stopped because"), std::string::npos);
+}
+
+TEST(AccentedPaths, WorkForSourcesArchivesTracesAndFolders) {
+  fixture::TempDir dir;
+  const fs::path folder = dir.path() / "accénto";
+  for (const char* locale : {"LC_ALL=C.UTF-8", "LC_ALL=C"}) {
+    fs::remove_all(folder);
+    Outcome made = RunToEnd({kSample, "--out", folder.string(), "--patients", "12"}, {locale});
+    ASSERT_EQ(made.status, 0) << locale << made.err;
+    fs::create_directory(folder / "temporanei è");
+    Outcome converted = RunToEnd(Convert((folder / "GX_USER.FDB").string(),
+                                    {"--archive", (folder / "archivio ò.sqlite").string(), "--trace",
+                                     (folder / "traccia €.jsonl").string(), "--tempdir",
+                                     (folder / "temporanei è").string()}),
+                            {locale});
+    EXPECT_EQ(converted.status, 0) << locale << converted.err;
+    EXPECT_GT(std::atoi(One((folder / "archivio ò.sqlite").string(), "SELECT count(*) FROM patients").c_str()), 5)
+        << locale;
+  }
+}
+
+TEST(SampleCommand, RefusesWhatItCantUseAndLeavesNothingWhenStopped) {
+  fixture::TempDir dir;
+  std::ofstream(dir / "file") << "x";
+  EXPECT_EQ(RunToEnd({kSample, "--out", dir / "file"}).status, 2);
+  EXPECT_EQ(RunToEnd({kSample, "--out", dir / "file/sub"}).status, 2);
+  for (const char* seed : {"-1", "1.5", "18446744073709551616", "seven", ""}) {
+    Outcome outcome = RunToEnd({kSample, "--out", dir / "seeded", "--seed", seed});
+    EXPECT_EQ(outcome.status, 2) << seed;
+    EXPECT_TRUE(outcome.Says("whole number")) << outcome.err;
+  }
+  EXPECT_FALSE(fs::exists(dir / "seeded"));
+  EXPECT_EQ(RunToEnd({kSample, "--out", dir / "seeded", "--patients", "1", "--seed", "18446744073709551615"}).status, 0);
+
+  // Stopped while writing over an earlier sample with --force.
+  Contents before = Snapshot(dir / "seeded");
+  Child child({kSample, "--out", dir / "seeded", "--patients", "100000", "--force"}, {}, true);
+  std::this_thread::sleep_for(std::chrono::milliseconds(700));
+  child.Signal(SIGINT);
+  EXPECT_EQ(child.Wait().status, -SIGINT);
+  EXPECT_TRUE(Snapshot(dir / "seeded") == before);
+}
+
+// Real signals at random moments of a conversion of a large sample. The
+// runs (KAIRON_SIGNAL_RUNS, default 10) and patients (KAIRON_SIGNAL_PATIENTS,
+// default 3000, 300 in the sanitizers' build, which converts several times
+// slower) can be raised; scripts/signal-loop.sh runs 100.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr int kSignalLoopPatients = 300;
+#else
+constexpr int kSignalLoopPatients = 3000;
+#endif
+
+class SignalLoop : public ::testing::Test {
+ protected:
+  static int Setting(const char* name, int fallback) {
+    const char* value = std::getenv(name);
+    return value != nullptr ? std::atoi(value) : fallback;
+  }
+
+  static void SetUpTestSuite() {
+    dir_ = new fixture::TempDir();
+    sample::SampleOptions options;
+    options.patients = Setting("KAIRON_SIGNAL_PATIENTS", kSignalLoopPatients);
+    sample::GenerateSample(dir_->path() / "source", options);
+    auto started = std::chrono::steady_clock::now();
+    Outcome whole = RunToEnd(Convert(*dir_ / "source/GX_USER.FDB", {"--archive", *dir_ / "whole.sqlite"}));
+    ASSERT_EQ(whole.status, 0) << whole.err;
+    duration_ = std::chrono::steady_clock::now() - started;
+  }
+  static void TearDownTestSuite() { delete dir_; }
+
+  // A random moment from the start of the program to a little after the end
+  // of a whole conversion.
+  std::chrono::microseconds RandomMoment() {
+    auto whole = std::chrono::duration_cast<std::chrono::microseconds>(duration_ * 1.1);
+    return std::chrono::microseconds(std::uniform_int_distribution<int64_t>(0, whole.count())(random_));
+  }
+
+  static void ExpectConsistent(const std::string& archive, int run) {
+    EXPECT_EQ(One(archive, "PRAGMA integrity_check"), "ok") << "run " << run;
+    for (const char* companion : {"-wal", "-shm", "-journal"})
+      EXPECT_FALSE(fs::exists(archive + companion)) << "run " << run << companion;
+  }
+
+  static inline fixture::TempDir* dir_ = nullptr;
+  static inline std::chrono::steady_clock::duration duration_{};
+  std::mt19937_64 random_{std::random_device{}()};
+};
+
+TEST_F(SignalLoop, OneSigintStopsCleanlyAfterThePatientUnderWay) {
+  const int runs = Setting("KAIRON_SIGNAL_RUNS", 10);
+  for (int run = 1; run <= runs; ++run) {
+    const std::string archive = *dir_ / ("int-" + std::to_string(run) + ".sqlite");
+    Child child(Convert(*dir_ / "source/GX_USER.FDB", {"--archive", archive}), {}, true);
+    std::this_thread::sleep_for(RandomMoment());
+    child.Signal(SIGINT);
+    Outcome outcome = child.Wait();
+    ASSERT_EQ(outcome.status, 0) << "run " << run << ": " << outcome.err;
+    EXPECT_NE(outcome.out.find("Result                       true"), std::string::npos) << "run " << run;
+    ExpectConsistent(archive, run);
+    EXPECT_EQ(One(archive, "SELECT count(*) FROM runs WHERE ended IS NOT NULL AND result = 1"), "1") << run;
+    // The last patient's line is closed with its outcome.
+    EXPECT_EQ(One(archive,
+                  "WITH last AS (SELECT max(seq) AS seq FROM messages WHERE kind = 'AddMsg' AND text LIKE '%...') "
+                  "SELECT (SELECT seq FROM last) IS NULL OR EXISTS (SELECT 1 FROM messages "
+                  "WHERE kind = 'ChangeMsg' AND seq > (SELECT seq FROM last))"),
+              "1")
+        << "run " << run;
+    fs::remove(archive);
+  }
+}
+
+TEST_F(SignalLoop, TwoSigtermsEndAtOnceWithTheArchiveConsistent) {
+  const int runs = Setting("KAIRON_SIGNAL_RUNS", 10);
+  for (int run = 1; run <= runs; ++run) {
+    const std::string archive = *dir_ / ("term-" + std::to_string(run) + ".sqlite");
+    const std::string trace = *dir_ / ("term-" + std::to_string(run) + ".jsonl");
+    Child child(Convert(*dir_ / "source/GX_USER.FDB", {"--archive", archive, "--trace", trace}), {}, true);
+    std::this_thread::sleep_for(RandomMoment());
+    child.Signal(SIGTERM);
+    // Signals of one kind merge until taken: the second goes once the first
+    // was.
+    for (int wait = 0; wait < 2000 && child.ErrorSoFar().find("stopping") == std::string::npos; ++wait)
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    child.Signal(SIGTERM);
+    Outcome outcome = child.Wait();
+    ASSERT_TRUE(outcome.status == -SIGTERM || outcome.status == 0) << "run " << run << ": " << outcome.err;
+    if (!fs::exists(archive)) {  // ended before the run began: nothing written
+      EXPECT_EQ(outcome.status, -SIGTERM) << "run " << run;
+      EXPECT_FALSE(fs::exists(trace)) << "run " << run;
+      continue;
+    }
+    ExpectConsistent(archive, run);
+    EXPECT_EQ(One(archive, "SELECT count(*) FROM runs WHERE ended IS NULL"), outcome.status == 0 ? "0" : "1");
+    std::ifstream lines(trace);
+    for (std::string line; std::getline(lines, line);)
+      ASSERT_FALSE(nlohmann::json::parse(line, nullptr, false).is_discarded()) << "run " << run << ": " << line;
+    fs::remove(archive);
+    fs::remove(trace);
+  }
+}
+
+}  // namespace
