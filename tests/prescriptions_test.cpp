@@ -447,6 +447,7 @@ class VisitConversione : public host::Object {
 
   host::Value Get(std::string_view member) override {
     if (host::SameName(member, "LastError")) return worker_.LastError();
+    if (host::SameName(member, "ListaOpzioni")) return "";
     host::failures::Raise(host::failures::kMemberNotSupported);
   }
   void Set(std::string_view, const host::Value&) override {
@@ -494,6 +495,7 @@ TEST(VisitPrescriptions, OneRecordOneHeaderOneItem) {
   options.trace = dir / "trace.jsonl";
   options.data_dir = KAIRON_DATA_DIR;
   options.tempdir = dir / "tmp";
+  std::filesystem::create_directories(options.tempdir);
   options.options.emplace("");
   fixture::Run run;
   run.outcome = refhost::Convert(
