@@ -82,6 +82,32 @@ class clsAmbulor {
   bool ConvertiVaccinazioni(const std::string& cod_cart, host::Value& paziente);
   bool ConvertiVisiteAmbulatoriali(const std::string& cod_cart, host::Value& paziente);
 
+  // The documents (converters/documents/). Those that file take the folder
+  // for temporary files from the host on entry and leave none of their files
+  // in it when they end, however they end.
+  bool ConvertiCertificati(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiCertificatiINPS(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiPianiTerapeutici(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiReferti(const std::string& cod_cart, host::Value& paziente);
+  bool ConvertiRegistrazioniPrivate(const std::string& cod_cart, host::Value& paziente);
+  // Passes over each failing step of a row; only a query that can't be
+  // opened or walked ends it in its trap.
+  bool ConvertiScansioni(const std::string& cod_cart, host::Value& paziente);
+
+  // path_ambulor_ becomes utente's tempdir, and the folder is made (one
+  // level) when nothing of that name exists. Raises 76 for a missing parent,
+  // 75 for another refusal of the file system.
+  void ImpostaCartellaTemporanea();
+  // Files the images of IMAGES with CodEsame cod_esame, marks each that
+  // reached SalvaFile in immagini_usate_ (raising 457 for one marked before)
+  // and media_usati_, and gives their references in lista_id, joined by ",".
+  // Failures pass to the caller.
+  void AllegaMediaEsame(host::Value& paziente, const std::string& cod_esame, host::Value& lista_id);
+  // Adds "I" and the code to media_usati_ unless it is there already.
+  void SegnaMediaUsato(const std::string& media_code);
+  // The code itself when a report marked it, else the empty text.
+  std::string CercaMediaUsato(const std::string& media_code);
+
   // Finds the first of the patient's problems whose Descrizione equals
   // diagnosi exactly; sets id_problema and id_rif1 to its ID and idrif1, or
   // to empty text when there is none.

@@ -399,6 +399,21 @@ std::string Recordset::QueryText(std::string_view name) const {
   return host::TextOf(value);
 }
 
+host::Value Recordset::Bytes(std::string_view name) const {
+  const host::Value value = Field(name);
+  if (value.is_null()) return value;
+  if (value.type() == host::Type::Bytes) return value;
+  const Column& column = impl_->columns[impl_->column_by_name.at(AsciiUpper(name))];
+  if (column.type != SQL_TEXT && column.type != SQL_VARYING && column.type != SQL_BLOB)
+    host::failures::Raise(host::failures::kTypeMismatch);
+  try {
+    const std::string stored = impl_->StoredBytes(column);
+    return host::Value::Bytes(std::vector<uint8_t>(stored.begin(), stored.end()));
+  } catch (const Firebird::FbException& error) {
+    throw firebird::FailureOf(error);
+  }
+}
+
 void Recordset::Close() { impl_->Release(); }
 
 namespace {

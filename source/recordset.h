@@ -48,6 +48,12 @@ class Recordset {
   // too), the text of any other value; "" for Null. Raises as Field does.
   std::string QueryText(std::string_view name) const;
 
+  // The field's content as the database stores it, never decoded: a BLOB of
+  // any sub-type and a CHAR or VARCHAR column as Bytes (CHAR padding kept),
+  // Null as Null. A field of any other type raises type mismatch (13); names
+  // and position raise as Field does.
+  host::Value Bytes(std::string_view name) const;
+
   // Releases the query. Closing twice does nothing.
   void Close();
 

@@ -1,0 +1,144 @@
+#include "converters/documents/filing.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "converters/documents/gzip_decoder.h"
+#include "host/failure.h"
+#include "host/object.h"
+#include "plugin/modConversione.h"
+
+namespace cnv::filing {
+namespace {
+
+[[noreturn]] void RaiseFileFailure(int error) {
+  switch (error) {
+    case EINVAL:
+    case ENAMETOOLONG:
+      throw host::Failure(kBadFileName, "Nome o numero di file non valido");
+    case ENOENT:
+    case ENOTDIR:
+      throw host::Failure(kPathNotFound, "Impossibile trovare il percorso");
+    default:
+      throw host::Failure(kPathAccessError, "Errore di accesso al percorso/file");
+  }
+}
+
+// One component of a path, inside the folder: no separator, no NUL, and
+// neither the folder itself nor its parent.
+bool IsFileName(const std::string& name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
+         name.find('\0') == std::string::npos;
+}
+
+}  // namespace
+
+TempFolder::TempFolder(std::string path) : path_(std::move(path)) {}
+
+TempFolder::~TempFolder() {
+  if (folder_fd_ < 0) return;
+  for (const auto& [name, identity] : written_) {
+    struct stat st {};
+    if (fstatat(folder_fd_, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
+    if (!S_ISREG(st.st_mode) || st.st_dev != identity.device || st.st_ino != identity.inode) continue;
+    unlinkat(folder_fd_, name.c_str(), 0);
+  }
+  close(folder_fd_);
+}
+
+std::string TempFolder::PathOf(const std::string& file_name) const { return path_ + "/" + file_name; }
+
+int TempFolder::OpenFolder() {
+  if (folder_fd_ >= 0) return folder_fd_;
+  if (path_.find('\0') != std::string::npos) {
+    errno = EINVAL;
+    return -1;
+  }
+  folder_fd_ = open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  return folder_fd_;
+}
+
+void TempFolder::Remember(int fd, const std::string& file_name) {
+  struct stat st {};
+  if (fstat(fd, &st) == 0) written_[file_name] = {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino)};
+}
+
+int TempFolder::Create(const std::string& file_name) {
+  if (!IsFileName(file_name)) {
+    errno = EINVAL;
+    return -1;
+  }
+  const int folder = OpenFolder();
+  if (folder < 0) return -1;
+  const int fd = openat(folder, file_name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+  if (fd >= 0) Remember(fd, file_name);
+  return fd;
+}
+
+void TempFolder::Write(const std::string& file_name, const std::vector<uint8_t>& bytes) {
+  const int fd = Create(file_name);
+  if (fd < 0) RaiseFileFailure(errno);
+  size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      const int error = errno;
+      close(fd);
+      RaiseFileFailure(error);
+    }
+    done += static_cast<size_t>(n);
+  }
+  if (close(fd) != 0) RaiseFileFailure(errno);
+}
+
+bool IsGzip(const std::vector<uint8_t>& bytes) {
+  if (bytes.size() < 3) throw host::Failure(kSubscriptOutOfRange, "Indice non compreso nell'intervallo");
+  return bytes[0] == 0x1F && bytes[1] == 0x8B && bytes[2] == 0x08;
+}
+
+std::vector<uint8_t> RequiredBytes(const host::Value& column) {
+  if (column.is_null()) host::failures::Raise(host::failures::kInvalidUseOfNull);
+  return BytesOf(column);
+}
+
+std::string CleanName(const std::string& name) {
+  std::string blanks;
+  for (char c : name) blanks += c == ' ' ? '_' : c;
+  std::string clean;
+  for (char c : blanks) {
+    if (c == '/')
+      clean += " di ";
+    else
+      clean += c;
+  }
+  return clean;
+}
+
+void Killfile(const std::string& path) {
+  host::Value percorso = path;
+  host::Call(host::Get(InterfaceCorrente(), "framework"), "Killfile", {host::Arg::Ref(percorso)});
+}
+
+void SalvaFile(host::Value& paziente, host::Value& id, const std::string& title, const std::string& path) {
+  host::Value percorso = path;
+  host::Call(host::Get(paziente, "Files"), "SalvaFile", {host::Arg::Ref(id), title, host::Arg::Ref(percorso)});
+}
+
+bool File(TempFolder& folder, host::Value& paziente, host::Value& id, const std::string& title,
+          const std::string& file_name, const std::vector<uint8_t>& bytes) {
+  const std::string path = folder.PathOf(file_name);
+  if (IsGzip(bytes)) {
+    if (DecodeGzip(bytes, folder, file_name) != kGzipDone) return false;
+  } else {
+    Killfile(path);
+    folder.Write(file_name, bytes);
+  }
+  SalvaFile(paziente, id, title, path);
+  return true;
+}
+
+}  // namespace cnv::filing

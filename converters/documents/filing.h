@@ -1,0 +1,90 @@
+// Filing: the way from a binary column to a reference in the patient's file
+// store. A document is written as a temporary file in the folder that the
+// host's utente names (gzip streams decoded on the way), handed to
+// Paziente.Files.SalvaFile, and removed through framework.Killfile. The
+// converters compose these steps each in its own order; what differs between
+// them (least length, Null, title, when the file is removed) stays theirs.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host/value.h"
+
+namespace cnv::filing {
+
+// Failures of the file steps, with the descriptions of an Italian runtime.
+inline constexpr int32_t kBadFileName = 52;       // a name that isn't one file name in the folder
+inline constexpr int32_t kPathAccessError = 75;   // the file system refused to create or write
+inline constexpr int32_t kPathNotFound = 76;      // the folder isn't there
+inline constexpr int32_t kSubscriptOutOfRange = 9;  // fewer bytes than the look at the start needs
+
+// The folder for temporary files during one routine, and every file that the
+// plug-in writes there. Takes the folder's path (utente's tempdir). Promises
+// that nothing is created or written outside that folder, and that each file
+// it wrote and that still lies there, unchanged in identity, is removed when
+// it ends, normally or by a failure (no host call is made for it).
+class TempFolder {
+ public:
+  explicit TempFolder(std::string path);
+  ~TempFolder();
+  TempFolder(const TempFolder&) = delete;
+  TempFolder& operator=(const TempFolder&) = delete;
+
+  const std::string& path() const { return path_; }
+
+  // The folder, "/", and the file name (name and extension).
+  std::string PathOf(const std::string& file_name) const;
+
+  // The plain-file step: creates file_name in the folder (emptied if a file
+  // lies there, never through a symbolic link), writes all the bytes in
+  // order and closes it. Raises 52 for a file name that holds "/" or NUL, is
+  // empty, "." or ".."; 76 for a missing folder; 75 for any other refusal.
+  void Write(const std::string& file_name, const std::vector<uint8_t>& bytes);
+
+  // For the decoder: opens file_name for writing as Write does and gives its
+  // descriptor (the caller closes it), or -1 when it can't be made.
+  int Create(const std::string& file_name);
+
+ private:
+  struct Identity {
+    uint64_t device = 0;
+    uint64_t inode = 0;
+  };
+  int OpenFolder();
+  void Remember(int fd, const std::string& file_name);
+
+  std::string path_;
+  int folder_fd_ = -1;
+  std::map<std::string, Identity> written_;
+};
+
+// True when the content starts with 0x1F 0x8B 0x08, a gzip stream. Raises 9
+// for fewer than three bytes, which have no third byte to look at.
+bool IsGzip(const std::vector<uint8_t>& bytes);
+
+// The bytes of a column that must hold a file: Null raises invalid use of
+// Null (94); a text or binary value gives its bytes as stored.
+std::vector<uint8_t> RequiredBytes(const host::Value& column);
+
+// The name of a scan, a recording, an exam image or a plan: each " " becomes
+// "_", then each "/" becomes " di " (whose blanks stay).
+std::string CleanName(const std::string& name);
+
+// framework.Killfile(path) of the host's Interface object, path by reference.
+void Killfile(const std::string& path);
+
+// Paziente.Files.SalvaFile(id, title, path): id and path by reference; the
+// host puts the reference of the stored file in id, or leaves it empty.
+void SalvaFile(host::Value& paziente, host::Value& id, const std::string& title, const std::string& path);
+
+// Steps 2 to 4 of filing for file_name in folder: a gzip stream goes through
+// the decoder, and on its 1 to SalvaFile; any other content is written as a
+// plain file after a Killfile of its path, then SalvaFile. Gives whether
+// SalvaFile was called. Failures of the file steps and of the host pass on.
+bool File(TempFolder& folder, host::Value& paziente, host::Value& id, const std::string& title,
+          const std::string& file_name, const std::vector<uint8_t>& bytes);
+
+}  // namespace cnv::filing

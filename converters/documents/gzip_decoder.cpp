@@ -1,0 +1,89 @@
+#include "converters/documents/gzip_decoder.h"
+
+#include <unistd.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace cnv::filing {
+namespace {
+
+constexpr size_t kChunk = 64 * 1024;
+constexpr size_t kLargestInput = size_t{1} << 30;  // what one call of inflate is given at most
+
+uint64_t test_limit = 0;
+
+bool WriteAll(int fd, const unsigned char* data, size_t size) {
+  while (size > 0) {
+    const ssize_t n = write(fd, data, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    data += n;
+    size -= static_cast<size_t>(n);
+  }
+  return true;
+}
+
+}  // namespace
+
+void SetGzipLimitForTesting(uint64_t limit) { test_limit = limit; }
+
+int32_t DecodeGzip(const std::vector<uint8_t>& bytes, TempFolder& folder, const std::string& file_name) {
+  if (bytes.size() < 3 || bytes[0] != 0x1F || bytes[1] != 0x8B || bytes[2] != 0x08) return kGzipBadStream;
+  const uint64_t limit = test_limit != 0 ? test_limit : kGzipLimit;
+  const int fd = folder.Create(file_name);
+  if (fd < 0) return kGzipCantWrite;
+
+  z_stream stream{};
+  if (inflateInit2(&stream, 16 + MAX_WBITS) != Z_OK) {
+    close(fd);
+    return kGzipBadStream;
+  }
+  std::vector<unsigned char> out(kChunk);
+  uint64_t total = 0;
+  size_t position = 0;  // of the next byte that inflate hasn't been given
+  stream.next_in = const_cast<Bytef*>(bytes.data());
+  int32_t answer = kGzipBadStream;
+  for (;;) {
+    if (stream.avail_in == 0 && position < bytes.size()) {
+      stream.next_in = const_cast<Bytef*>(bytes.data() + position);
+      stream.avail_in = static_cast<uInt>(std::min(bytes.size() - position, kLargestInput));
+      position += stream.avail_in;
+    }
+    stream.next_out = out.data();
+    stream.avail_out = static_cast<uInt>(out.size());
+    const int result = inflate(&stream, Z_NO_FLUSH);
+    const size_t produced = out.size() - stream.avail_out;
+    if (produced > 0) {
+      total += produced;
+      if (total > limit) {
+        answer = kGzipTooLarge;
+        break;
+      }
+      if (!WriteAll(fd, out.data(), produced)) {
+        answer = kGzipCantWrite;
+        break;
+      }
+    }
+    if (result == Z_STREAM_END) {
+      const size_t next = static_cast<size_t>(stream.next_in - bytes.data());
+      if (next == bytes.size()) {
+        answer = kGzipDone;
+        break;
+      }
+      // What follows a member must be a further member.
+      if (bytes.size() - next < 2 || bytes[next] != 0x1F || bytes[next + 1] != 0x8B) break;
+      if (inflateReset(&stream) != Z_OK) break;
+      continue;
+    }
+    if (result == Z_OK) continue;
+    if (result == Z_BUF_ERROR && stream.avail_in == 0 && position < bytes.size()) continue;
+    break;  // truncated (no progress without further input), corrupt, or out of memory
+  }
+  inflateEnd(&stream);
+  if (close(fd) != 0 && answer == kGzipDone) answer = kGzipCantWrite;
+  return answer;
+}
+
+}  // namespace cnv::filing

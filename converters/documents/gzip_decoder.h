@@ -1,0 +1,39 @@
+// The gzip decoder of filing: the decompressed content of a gzip stream
+// (RFC 1952) written to a file of the temporary folder, a chunk at a time.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "converters/documents/filing.h"
+
+namespace cnv::filing {
+
+// Answers of DecodeGzip.
+inline constexpr int32_t kGzipDone = 1;
+inline constexpr int32_t kGzipBadStream = 0;  // not gzip, truncated, corrupt, or bytes that begin no member
+inline constexpr int32_t kGzipTooLarge = 2;   // the content would pass the cap below
+inline constexpr int32_t kGzipCantWrite = 3;  // the file can't be made (a bad name) or written
+
+// The most that one stream may expand to: 1 GiB. A document of a practice
+// (a scan, a report, an RTF letter) is a few megabytes; a larger content is
+// a damaged or hostile stream, and the host's file store keeps each file
+// whole in memory and in one record, which couldn't take much more anyway.
+// The cap is on the content, not a ratio, since blank scans legitimately
+// compress a thousandfold.
+inline constexpr uint64_t kGzipLimit = uint64_t{1} << 30;
+
+// Takes the stream's bytes and a file name in folder; gives kGzipDone when
+// the whole content reached the file, another answer otherwise. Several
+// members one after the other (as concatenated .gz files are) give their
+// contents one after the other, as gunzip does; each member's CRC and length
+// are checked, and any byte after a member that isn't the start of a further
+// member refuses the whole stream. Never raises. Whatever it began writing
+// is left for the caller's Killfile (and the folder's own cleanup).
+int32_t DecodeGzip(const std::vector<uint8_t>& bytes, TempFolder& folder, const std::string& file_name);
+
+// Lowers the cap for tests; 0 restores kGzipLimit.
+void SetGzipLimitForTesting(uint64_t limit);
+
+}  // namespace cnv::filing
