@@ -3,7 +3,12 @@
 // the end. Texts of 1 MB, NUL bytes and bytes that aren't UTF-8 go into every
 // text column of every table that a category reads, one patient each; dates
 // at the ends of the calendar and beyond, and numbers past the 16- and 32-bit
-// ranges, go where the categories read dates and numbers.
+// ranges, go where the categories read dates and numbers. Files of every
+// awkward size and form, and titles that are no file name, go where the
+// categories file documents.
+#include <zlib.h>
+
+#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
@@ -245,6 +250,86 @@ TEST_F(HostileContent, NumbersPastTheirRange) {
     }
   });
   ExpectEveryPatientAccounted(run, patients);
+}
+
+// A gzip member of count bytes of fill, compressed a chunk at a time.
+std::string GzipOf(uint64_t count, char fill) {
+  z_stream z{};
+  deflateInit2(&z, Z_BEST_SPEED, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY);
+  std::string in(1 << 20, fill), out, chunk(1 << 16, '\0');
+  for (uint64_t left = count;;) {
+    uint64_t now = std::min<uint64_t>(left, in.size());
+    left -= now;
+    z.next_in = reinterpret_cast<Bytef*>(in.data());
+    z.avail_in = static_cast<uInt>(now);
+    int flush = left == 0 ? Z_FINISH : Z_NO_FLUSH;
+    int result;
+    do {
+      z.next_out = reinterpret_cast<Bytef*>(chunk.data());
+      z.avail_out = static_cast<uInt>(chunk.size());
+      result = deflate(&z, flush);
+      out.append(chunk.data(), chunk.size() - z.avail_out);
+    } while (z.avail_out == 0);
+    if (result == Z_STREAM_END) break;
+  }
+  deflateEnd(&z);
+  return out;
+}
+
+TEST_F(HostileContent, FilesOfEveryAwkwardSizeFormAndName) {
+  const std::string member = GzipOf(5000, 'a');
+  std::string corrupt = member;
+  corrupt[corrupt.size() / 2] ^= 0x55;
+  std::string big(200u << 20, '\0');
+  for (size_t i = 0; i < big.size(); i += 4096) big[i] = static_cast<char>(i >> 12);
+  const std::vector<std::string> contents = {
+      "", "\x1F", "\x1F\x8B\x08", "\x1F\x8B\x08\x00", member.substr(0, member.size() - 9), corrupt,
+      member + GzipOf(3000, 'b'), member + "trailing", GzipOf(uint64_t{3} << 30, '\0'), big,
+  };
+  const std::vector<std::string> titles = {"a/b",          "..",           ".",        "../../fuori", "../fuori",
+                                           std::string("x\0y", 3), std::string(300, 'x'), "",
+                                           std::string(150, 'e') + "\xC3\xA8" + std::string(150, 'e')};
+  int patients = 0;
+  std::string source_folder;
+  fixture::Run run = ConvertWith(sample::DefaultSchema(), [&](sample::Archive& archive) {
+    auto add = [&](const Value& content, const std::string& title) {
+      const std::string card = "F" + std::to_string(++patients);
+      archive.Insert("PAZIENTI", fixture::Patient(card, "FILE"));
+      std::map<std::string, Row> rows = UsableRows(card, patients);
+      for (const char* table : {"IMAGES", "MODULI", "SCANSIONI", "PIANOTERAP", "REFERTI", "ESAMI"}) {
+        Row row = rows[table];
+        Set(row, kKeyed, card);
+        if (row.end() != std::find_if(row.begin(), row.end(), [](const auto& c) { return c.first == "bindata"; })) {
+          Set(row, "bindata", content);
+          Set(row, "Titolo", title);
+        }
+        archive.Insert(table, row);
+      }
+    };
+    for (const std::string& content : contents) add(Bytes(content), "Documento");
+    add(Value::Null(), "Documento");
+    for (const std::string& title : titles) add(Bytes("{\\rtf1 testo}"), title);
+    source_folder = std::filesystem::path(archive.user_path()).parent_path().string();
+  });
+  ExpectEveryPatientAccounted(run, patients);
+
+  // Nothing is left in the temporary folder, nothing was written beside it.
+  EXPECT_TRUE(std::filesystem::is_empty(std::filesystem::path(source_folder) / "tmp"));
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(dir_.path()))
+    EXPECT_EQ(entry.path().filename().string().find("fuori"), std::string::npos) << entry.path();
+
+  // What was stored is what the source held: the 200 MB file whole, both
+  // members of the two-member stream, and nothing of a stream past the cap.
+  bool big_stored = false, both_members = false;
+  for (const json& call : run.Calls("Files", "SalvaFile")) {
+    if (!call["file"].is_object()) continue;
+    uint64_t size = call["file"]["size"];
+    big_stored |= size == big.size();
+    both_members |= size == 8000;
+    EXPECT_LT(size, uint64_t{1} << 30);
+  }
+  EXPECT_TRUE(big_stored);
+  EXPECT_TRUE(both_members);
 }
 
 }  // namespace
