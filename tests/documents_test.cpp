@@ -9,7 +9,9 @@
 #include <filesystem>
 #include <functional>
 
+#include "converters/documents/filing.h"
 #include "converters/documents/gzip_decoder.h"
+#include "host/failure.h"
 #include "support/fixture.h"
 #include "tools/kairon-convert/file_content.h"
 
@@ -470,17 +472,36 @@ TEST_F(CertificatesTest, TwoBytesHaveNoThirdToLookAt) {
 }
 
 TEST_F(CertificatesTest, TitlesThatAreNoFileNameFailAndNothingLeavesTheFolder) {
-  EXPECT_EQ(c_->Outcome("Sale"), "SALE MARIO - Certificati Errore 52 Nome o numero di file non valido");
-  // The stream under "a/b" is refused by the decoder without failure; the
-  // plain file under it fails.
-  EXPECT_THAT(c_->Steps("Barra"), ElementsAre("Killfile", "Killfile", "Killfile"));
-  EXPECT_EQ(c_->Outcome("Barra"), "BARRA MARIO - Certificati Errore 52 Nome o numero di file non valido");
+  // The first Killfile of the row names a path outside the temporary folder,
+  // which the host refuses.
+  EXPECT_EQ(c_->Outcome("Sale"), "SALE MARIO - Certificati Errore 75 Errore di accesso al percorso/file");
+  EXPECT_EQ(c_->Outcome("Barra"), "BARRA MARIO - Certificati Errore 75 Errore di accesso al percorso/file");
   // ".." with its extension is the name "...rtf", inside the folder.
   auto files = c_->Calls("Punti", ".Files", "SalvaFile");
   ASSERT_THAT(files, SizeIs(1));
   EXPECT_EQ(files[0]["args"][2], Text(c_->Path("...rtf")));
   EXPECT_THAT(c_->StrayFiles(), IsEmpty());
   EXPECT_TRUE(fs::is_empty(c_->tempdir()));
+}
+
+// A host that removes whatever a path names still gets nothing written
+// outside the folder: the plug-in itself refuses a name that isn't one.
+TEST(TempFolder, WritesOnlyNamesOfTheFolderItself) {
+  fixture::TempDir dir;
+  fs::create_directory(dir.path() / "tmp");
+  cnv::filing::TempFolder folder(dir / "tmp");
+  for (const std::string& name : {std::string("../x.rtf"), std::string("a/b.rtf"), std::string(".."),
+                                  std::string("x\0y.rtf", 7), std::string("")}) {
+    try {
+      folder.Write(name, {'{', '}'});
+      ADD_FAILURE() << name << " was written";
+    } catch (const host::Failure& failure) {
+      EXPECT_EQ(failure.number(), 52) << name;
+    }
+  }
+  fs::create_symlink(dir / "outside.rtf", dir.path() / "tmp" / "link.rtf");
+  EXPECT_THROW(folder.Write("link.rtf", {'{', '}'}), host::Failure);
+  EXPECT_FALSE(fs::exists(dir / "outside.rtf"));
 }
 
 TEST_F(CertificatesTest, InpsCertificateTextAndTypedArguments) {

@@ -124,14 +124,16 @@ std::map<int, Stored> ReadArchive(const std::string& path) {
   std::map<int, Stored> patients;
   sqlite3* db = nullptr;
   EXPECT_EQ(sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+  // Files first: their references are numbered in the order of filing, which
+  // a record left out by a failure doesn't change.
   const std::pair<const char*, const char*> queries[] = {
+      {"file", "SELECT patient_id, json_array(id, title, name, size, sha256) FROM files ORDER BY rowid"},
       {"patient", "SELECT id, members FROM patients ORDER BY id"},
       {"record", "SELECT patient_id, store || ' ' || args FROM records ORDER BY id"},
       {"prescription", "SELECT patient_id, members FROM prescriptions ORDER BY id"},
       {"item", "SELECT p.patient_id, (SELECT count(*) FROM prescriptions q WHERE q.patient_id = p.patient_id "
                "AND q.id <= p.id) || ' ' || i.store || ' ' || i.members FROM prescription_items i "
                "JOIN prescriptions p ON p.id = i.prescription_id ORDER BY i.id"},
-      {"file", "SELECT patient_id, json_array(id, title, name, size, sha256) FROM files ORDER BY rowid"},
   };
   std::map<int, std::map<std::string, std::string>> references;
   for (const auto& [kind, sql] : queries) {

@@ -38,9 +38,10 @@ void Set(Row& row, const std::string& column, const Value& value) {
 Value Bytes(const std::string& content) { return Value::Bytes(std::vector<uint8_t>(content.begin(), content.end())); }
 
 // A row of each table that its category takes in (a pressure with both
-// values, a prescription with a line in use, a plan with a scan), for the
-// patient card; the hostile value then replaces one column of it.
-std::map<std::string, Row> UsableRows(const std::string& card, int n) {
+// values, a prescription with a line in use, a plan with a scan), without
+// its CodCart; n makes its codes and record numbers the patient's own. The
+// hostile value then replaces one column of it.
+std::map<std::string, Row> UsableRows(int n) {
   const std::string code = "E" + std::to_string(n);
   const host::Date day{2021, 5, 4};
   return {
@@ -148,7 +149,7 @@ TEST_F(HostileContent, HugeTextsNulBytesAndForeignBytesInEveryTextColumn) {
             continue;
           }
           archive.Insert("PAZIENTI", fixture::Patient(card, "OSTILE"));
-          std::map<std::string, Row> rows = UsableRows(card, patients);
+          std::map<std::string, Row> rows = UsableRows(patients);
           for (auto& [name, row] : rows) {
             row.emplace_back(kKeyed, card);
             if (name == table.name) Set(row, column.name, value);
@@ -189,7 +190,7 @@ TEST_F(HostileContent, DatesAtAndBeyondTheEndsOfTheCalendar) {
     Row master = fixture::Patient(card, "DATATO");
     for (const std::string& column : date_columns["PAZIENTI"]) Set(master, column, date);
     archive.Insert("PAZIENTI", master);
-    for (auto& [name, row] : UsableRows(card, patients)) {
+    for (auto& [name, row] : UsableRows(patients)) {
       row.emplace_back(kKeyed, card);
       for (const std::string& column : date_columns[name]) Set(row, column, date);
       archive.Insert(name, row);
@@ -230,7 +231,7 @@ TEST_F(HostileContent, NumbersPastTheirRange) {
     for (const std::string& number : numbers) {
       const std::string card = "N" + std::to_string(++patients);
       archive.Insert("PAZIENTI", fixture::Patient(card, "NUMERO"));
-      for (auto& [name, row] : UsableRows(card, patients)) {
+      for (auto& [name, row] : UsableRows(patients)) {
         row.emplace_back(kKeyed, card);
         if (name == "BIOMETRIC") row = {{kKeyed, card}, {"PADIST", number}, {"PASIST", number}};
         if (name == "RICETTE")
@@ -284,29 +285,35 @@ TEST_F(HostileContent, FilesOfEveryAwkwardSizeFormAndName) {
   for (size_t i = 0; i < big.size(); i += 4096) big[i] = static_cast<char>(i >> 12);
   const std::vector<std::string> contents = {
       "", "\x1F", "\x1F\x8B\x08", "\x1F\x8B\x08\x00", member.substr(0, member.size() - 9), corrupt,
-      member + GzipOf(3000, 'b'), member + "trailing", GzipOf(uint64_t{3} << 30, '\0'), big,
+      member + GzipOf(3000, 'b'), member + "trailing",
   };
+  // Two that only one table holds, so that the run takes each once.
+  const std::vector<std::string> huge = {GzipOf(uint64_t{1} << 30, '\0'), big};
   const std::vector<std::string> titles = {"a/b",          "..",           ".",        "../../fuori", "../fuori",
                                            std::string("x\0y", 3), std::string(300, 'x'), "",
                                            std::string(150, 'e') + "\xC3\xA8" + std::string(150, 'e')};
   int patients = 0;
   std::string source_folder;
-  fixture::Run run = ConvertWith(sample::DefaultSchema(), [&](sample::Archive& archive) {
-    auto add = [&](const Value& content, const std::string& title) {
+  fixture::Run run = ConvertWith(LongTextSchema(), [&](sample::Archive& archive) {
+    auto add = [&](const Value& content, const std::string& title,
+                   std::vector<const char*> tables = {"IMAGES", "MODULI", "SCANSIONI"}) {
       const std::string card = "F" + std::to_string(++patients);
       archive.Insert("PAZIENTI", fixture::Patient(card, "FILE"));
-      std::map<std::string, Row> rows = UsableRows(card, patients);
-      for (const char* table : {"IMAGES", "MODULI", "SCANSIONI", "PIANOTERAP", "REFERTI", "ESAMI"}) {
+      std::map<std::string, Row> rows = UsableRows(patients);
+      for (const char* table : {"PIANOTERAP", "REFERTI", "ESAMI"}) {
+        Set(rows[table], kKeyed, card);
+        archive.Insert(table, rows[table]);
+      }
+      for (const char* table : tables) {
         Row row = rows[table];
         Set(row, kKeyed, card);
-        if (row.end() != std::find_if(row.begin(), row.end(), [](const auto& c) { return c.first == "bindata"; })) {
-          Set(row, "bindata", content);
-          Set(row, "Titolo", title);
-        }
+        Set(row, "bindata", content);
+        Set(row, "Titolo", title);
         archive.Insert(table, row);
       }
     };
     for (const std::string& content : contents) add(Bytes(content), "Documento");
+    for (const std::string& content : huge) add(Bytes(content), "Documento", {"MODULI"});
     add(Value::Null(), "Documento");
     for (const std::string& title : titles) add(Bytes("{\\rtf1 testo}"), title);
     source_folder = std::filesystem::path(archive.user_path()).parent_path().string();

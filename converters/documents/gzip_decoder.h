@@ -16,13 +16,14 @@ inline constexpr int32_t kGzipBadStream = 0;  // not gzip, truncated, corrupt, o
 inline constexpr int32_t kGzipTooLarge = 2;   // the content would pass the cap below
 inline constexpr int32_t kGzipCantWrite = 3;  // the file can't be made (a bad name) or written
 
-// The most that one stream may expand to: 1 GiB. A document of a practice
+// The most that one stream may expand to: 256 MiB. A document of a practice
 // (a scan, a report, an RTF letter) is a few megabytes; a larger content is
-// a damaged or hostile stream, and the host's file store keeps each file
-// whole in memory and in one record, which couldn't take much more anyway.
+// a damaged or hostile stream (a zip bomb expands a thousandfold), and the
+// host's file store takes each file whole into one record, so a stream
+// refused here costs the disk no more than the cap and the run no memory.
 // The cap is on the content, not a ratio, since blank scans legitimately
 // compress a thousandfold.
-inline constexpr uint64_t kGzipLimit = uint64_t{1} << 30;
+inline constexpr uint64_t kGzipLimit = uint64_t{256} << 20;
 
 // Takes the stream's bytes and a file name in folder; gives kGzipDone when
 // the whole content reached the file, another answer otherwise. Several

@@ -134,14 +134,32 @@ class FrameworkObject : public HostObject {
   }
 
  private:
-  // Removes the file at path; nothing for a blank path or where no file lies.
-  static void Killfile(const std::string& path) {
+  // Removes the file at path; nothing for a blank path or where no file
+  // lies. Only a name directly in the temporary folder is the plug-in's to
+  // remove: any other path (a title that leads out with "..", or that names
+  // a folder of its own) is refused with 75, and nothing is looked at there.
+  void Killfile(const std::string& path) {
     if (host::text::Trim(path).empty()) return;
+    if (!InTemporaryFolder(path)) throw host::Failure(kPathAccessError, "Errore di accesso al percorso/file");
     std::error_code ec;
     auto status = std::filesystem::symlink_status(path, ec);
     if (ec || std::filesystem::is_directory(status) || !std::filesystem::exists(status)) return;
     if (!std::filesystem::remove(path, ec) && ec)
       throw host::Failure(kPathAccessError, "Errore di accesso al percorso/file");
+  }
+
+  bool InTemporaryFolder(const std::string& path) {
+    const std::filesystem::path file(path);
+    const std::string name = file.filename().string();
+    if (name.empty() || name == "." || name == "..") return false;
+    for (const auto& [member, folder] : session().setup().utente) {
+      if (!host::SameName(member, "tempdir")) continue;
+      std::error_code ec;
+      auto parent = std::filesystem::weakly_canonical(file.parent_path(), ec);
+      auto temporary = std::filesystem::weakly_canonical(folder, ec);
+      return !ec && parent == temporary;
+    }
+    return false;
   }
 };
 
