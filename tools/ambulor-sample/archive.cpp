@@ -83,6 +83,22 @@ const std::string kFile = "BLOB SUB_TYPE 0";
 
 std::string Varchar(int length) { return "VARCHAR(" + std::to_string(length) + ")"; }
 
+// The values of row for columns that table has; a column that the default
+// schema has and table dropped is left out, any other raises.
+Row KeptColumns(const Table& table, const Row& row) {
+  const bool complete = std::all_of(row.begin(), row.end(), [&](const auto& v) { return HasColumn(table, v.first); });
+  if (complete) return row;
+  Row kept;
+  for (const auto& [column, value] : row) {
+    if (HasColumn(table, column)) {
+      kept.emplace_back(column, value);
+    } else if (!InDefaultSchema(table.name, column)) {
+      throw std::invalid_argument("no column " + column + " in table " + table.name);
+    }
+  }
+  return kept;
+}
+
 }  // namespace
 
 std::vector<Table> DefaultSchema() {
@@ -318,20 +334,24 @@ void Archive::Insert(const std::string& table, const Row& row) {
     if (InDefaultSchema(table)) return;
     throw std::invalid_argument("no table " + table + " in the sample's schema");
   }
-  const bool complete = std::all_of(row.begin(), row.end(), [&](const auto& v) { return HasColumn(*target, v.first); });
-  if (complete) {
-    writer(target->database).Insert(target->name, row);
-    return;
+  writer(target->database).Insert(target->name, KeptColumns(*target, row));
+}
+
+void Archive::Insert(const std::string& table, const Row& row, const std::string& streamed_column,
+                     const Producer& produce) {
+  const Table* target = FindTable(schema_, table);
+  if (target == nullptr) {
+    if (InDefaultSchema(table)) return;
+    throw std::invalid_argument("no table " + table + " in the sample's schema");
   }
-  Row kept;
-  for (const auto& [column, value] : row) {
-    if (HasColumn(*target, column)) {
-      kept.emplace_back(column, value);
-    } else if (!InDefaultSchema(target->name, column)) {
-      throw std::invalid_argument("no column " + column + " in table " + table);
-    }
+  const Row kept = KeptColumns(*target, row);
+  if (HasColumn(*target, streamed_column)) {
+    writer(target->database).Insert(target->name, kept, streamed_column, produce);
+  } else if (InDefaultSchema(target->name, streamed_column)) {
+    writer(target->database).Insert(target->name, kept);
+  } else {
+    throw std::invalid_argument("no column " + streamed_column + " in table " + table);
   }
-  writer(target->database).Insert(target->name, kept);
 }
 
 void Archive::Close() {

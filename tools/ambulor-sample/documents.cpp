@@ -181,4 +181,57 @@ void Generator::Certificates(const Person& p) {
   }
 }
 
+// Files of the sizes that a practice scans: most of a few hundred KB, some
+// of several MB. Each row draws only on media_random_.
+void Generator::BulkMedia(const Person& p, int64_t share) {
+  constexpr int64_t kKB = 1024;
+  Random& random = media_random_;
+  for (int64_t left = share; left >= 32 * kKB;) {
+    const int64_t wanted = random.Chance(0.12) ? random.Between(3 * 1024, 12 * 1024) * kKB
+                                               : random.Between(150, 1536) * kKB;
+    const auto size = static_cast<size_t>(std::min(wanted, left));
+    const int day = random.Between(p.first_day, p.last_day);
+    const uint64_t seed = random.Next();
+    const double kind = random.Between(0, 99) / 100.0;
+    const bool gzipped = random.Chance(0.35);
+    const int64_t before = summary_.media_bytes;
+    if (kind < 0.65) {
+      Producer page = ScannedPage(seed, size);
+      PutStreamed("IMAGES",
+                  {{"Record", Int(NextImageRecord())},
+                   {"CodCart", p.card},
+                   {"CodEsame", kNull},
+                   {"MediaCode", NextCode("MC")},
+                   {"Data", At(day, random.Between(8 * 60, 19 * 60))},
+                   {"Titolo", "Scansione documentazione clinica " + FormatDay(day)},
+                   {"Settings", "tif"},
+                   {"ORGName", "SCAN" + random.Digits(6) + ".tif"}},
+                  gzipped ? Gzipped(page) : page);
+    } else if (kind < 0.85) {
+      const std::string plan = NextCode("PT");
+      Put("PIANOTERAP", {{"CodCart", p.card},
+                         {"Diagnosi", p.problems.empty() ? host::Value("Controllo periodico") : host::Value(p.problems[0])},
+                         {"COD_SCAN", NextCode("S")},
+                         {"CODPIANO", plan},
+                         {"DataRedaz", OnDay(day)},
+                         {"Scadenza", OnDay(day + 365)},
+                         {"COD_AIC", "042498040"},
+                         {"Farmaco", "FORXIGA*28CPR RIV 10MG"},
+                         {"NOTA_AIFA", "100"},
+                         {"Posolog", "1 cpr/die"},
+                         {"Medico", random.Pick(kPlanSpecialists)}});
+      Producer page = ScannedPage(seed, size);
+      PutStreamed("SCANSIONI",
+                  {{"CodCart", p.card}, {"CODESAME", plan}, {"Titolo", "Piano terapeutico scansionato"}, {"Settings", "tif"}},
+                  gzipped ? Gzipped(page) : page);
+    } else {
+      const std::string title = random.Pick(kCertificateTitles);
+      Producer document = LongRtf(seed, title, size);
+      PutStreamed("MODULI", {{"CodCart", p.card}, {"Titolo", title}, {"Data", OnDay(day)}},
+                  gzipped ? Gzipped(document) : document);
+    }
+    left -= std::max<int64_t>(summary_.media_bytes - before, 32 * kKB);
+  }
+}
+
 }  // namespace sample

@@ -135,14 +135,34 @@ struct Person {
 
 class Generator {
  public:
-  Generator(Archive& archive, uint64_t seed) : archive_(archive), random_(seed) {}
+  // Media beyond the ordinary documents come from a random source of their
+  // own, so that asking for them leaves the rest of the sample as it was.
+  Generator(Archive& archive, uint64_t seed)
+      : archive_(archive), random_(seed), media_random_(seed ^ 0x6D656469612D6D62ull) {}
 
   void Put(const std::string& table, const Row& row) {
     archive_.Insert(table, row);
     ++summary_.rows;
     for (const auto& [column, value] : row) {
-      if (SameName(column, "bindata") && value.type() == host::Type::Bytes) ++summary_.files;
+      if (SameName(column, "bindata") && value.type() == host::Type::Bytes) {
+        ++summary_.files;
+        summary_.media_bytes += static_cast<int64_t>(value.bytes().size());
+      }
     }
+  }
+
+  // Puts a row whose column bindata takes what produce gives, piece by piece.
+  void PutStreamed(const std::string& table, const Row& row, const Producer& produce) {
+    int64_t size = 0;
+    archive_.Insert(table, row, "bindata", [&](const PutBytes& put) {
+      produce([&](const uint8_t* data, size_t length) {
+        size += static_cast<int64_t>(length);
+        put(data, length);
+      });
+    });
+    ++summary_.rows;
+    ++summary_.files;
+    summary_.media_bytes += size;
   }
 
   int NextImageRecord() { return next_image_record_++; }
@@ -152,7 +172,9 @@ class Generator {
 
   void Doctors();
   void Towns();
-  void OrdinaryPatient(const std::string& card);
+  // An ordinary patient with all his records, and about media_share bytes of
+  // scanned pages and long documents besides his usual ones.
+  void OrdinaryPatient(const std::string& card, int64_t media_share = 0);
 
  private:
   Person Patient(const std::string& card);
@@ -171,6 +193,7 @@ class Generator {
   void TherapeuticPlans(const Person& p);
   void Scans(const Person& p);
   void Certificates(const Person& p);
+  void BulkMedia(const Person& p, int64_t share);
 
   // A working day of the patient's time in the practice.
   int RecordDay(const Person& p) {
@@ -188,6 +211,7 @@ class Generator {
 
   Archive& archive_;
   Random random_;
+  Random media_random_;
   SampleSummary summary_;
   int next_image_record_ = 1;
   int next_exam_record_ = 1;

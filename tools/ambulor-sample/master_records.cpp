@@ -207,7 +207,7 @@ Person Generator::Patient(const std::string& card) {
   return p;
 }
 
-void Generator::OrdinaryPatient(const std::string& card) {
+void Generator::OrdinaryPatient(const std::string& card, int64_t media_share) {
   Person p = Patient(card);
   Problems(p);
   Exemptions(p);
@@ -224,6 +224,7 @@ void Generator::OrdinaryPatient(const std::string& card) {
   TherapeuticPlans(p);
   Scans(p);
   Certificates(p);
+  if (media_share > 0) BulkMedia(p, media_share);
 }
 
 }  // namespace sample

@@ -6,7 +6,9 @@
 // them in its columns without character set.
 #include "tools/ambulor-sample/sample.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
@@ -60,8 +62,12 @@ void Generate(Archive& archive, const SampleOptions& options, SampleSummary& sum
     awkward(generator);
     patient_done();
   }
+  // What --media-mb asks for is shared among the ordinary patients left,
+  // after what the others were given.
+  const int64_t media_wanted = static_cast<int64_t>(options.media_mb) * 1024 * 1024;
   for (int ordinal = 1; written < options.patients; ++ordinal) {
-    generator.OrdinaryPatient(std::to_string(100000 + ordinal));
+    const int64_t media_left = std::max<int64_t>(0, media_wanted - generator.summary().media_bytes);
+    generator.OrdinaryPatient(std::to_string(100000 + ordinal), media_left / (options.patients - written));
     patient_done();
   }
   archive.Close();
