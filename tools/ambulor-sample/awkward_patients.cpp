@@ -615,13 +615,32 @@ void PatientWithUndatedDrug(Generator& g) {
 }  // namespace
 
 // In the order in which a small sample takes them.
-const AwkwardPatient kAwkwardPatients[] = {ClinicalShowcase,     DocumentShowcase,     UnidentifiedPatient,
-                                                PatientWithoutCard,   PatientWithEmptyCard, PatientWithQuoteInCard,
-                                                PatientWithOddTitles, PatientWithOddDates,  DeceasedPatient,
-                                                TemporaryResident,    PatientOfNulls,       PatientWithUncountedLine,
-                                                PatientWithUndatedDrug};
-
+const AwkwardPatient kAwkwardPatients[] = {
+    ClinicalShowcase,       DocumentShowcase,        UnidentifiedPatient,   PatientWithoutCard,
+    PatientWithEmptyCard,   PatientWithQuoteInCard,  PatientWithOddTitles,  PatientWithOddDates,
+    DeceasedPatient,        TemporaryResident,       PatientOfNulls,        PatientWithUncountedLine,
+    PatientWithUndatedDrug, ReportShowcase,          MediaShowcase,         RecordingWithoutContent,
+    ExamImageWithShortName, CertificateWithSlash,    CertificateOfTwoBytes, ExamReportedTwice,
+    PlanScanWithoutContent, ExamImageWithoutContent, LargeDocuments};
 
 std::span<const AwkwardPatient> AwkwardPatients() { return kAwkwardPatients; }
+
+const std::vector<PlantedFailure>& PlantedFailures() {
+  static const std::vector<PlantedFailure> failures = {
+      {"000003", "", "no tax code, date of birth or health card: the host gives no patient object"},
+      {"00'006", "Anagrafica", "the quote in the key breaks the query of the master record"},
+      {"000007", "Diagnosi", "a problem's title ends right after the marker \"- (\""},
+      {"000012", "Prescrizioni Libere", "a free prescription's line in use has a Null quantity"},
+      {"000013", "Prescrizioni Farmaceutiche", "a drug row has a text and no date"},
+      {"000016", "Registrazioni Private", "an image not of an exam has a Null bindata"},
+      {"000017", "Referti", "an exam's image with a blank title has an ORGName of two characters"},
+      {"000018", "Certificati", "a plain document's title holds a \"/\", which can't be a file name"},
+      {"000019", "Certificati", "a document's bindata has exactly two bytes, no third to look at"},
+      {"000020", "Referti", "two reports name one exam with images, whose keys the second finds taken"},
+      {"000021", "Piani Terapeutici", "a plan's scan has a Null bindata"},
+      {"000022", "Referti", "an exam's image has a Null bindata"},
+  };
+  return failures;
+}
 
 }  // namespace sample

@@ -24,4 +24,18 @@ Row ImageRow(Generator& g, const std::string& card, host::Value exam, host::Valu
 // and a long town, and every kind of stored file.
 void DocumentShowcase(Generator& g);
 
+// 000014 to 000023 (awkward_documents.cpp): reports of every kind of exam,
+// media that store nothing, the patients whose documents fail on purpose,
+// and files of several MB.
+void ReportShowcase(Generator& g);
+void MediaShowcase(Generator& g);
+void RecordingWithoutContent(Generator& g);
+void ExamImageWithShortName(Generator& g);
+void CertificateWithSlash(Generator& g);
+void CertificateOfTwoBytes(Generator& g);
+void ExamReportedTwice(Generator& g);
+void PlanScanWithoutContent(Generator& g);
+void ExamImageWithoutContent(Generator& g);
+void LargeDocuments(Generator& g);
+
 }  // namespace sample

@@ -10,7 +10,6 @@
 #include <string_view>
 
 #include "tools/ambulor-sample/file_contents.h"
-
 #include "tools/ambulor-sample/generator.h"
 
 namespace sample {
@@ -187,43 +186,46 @@ void Generator::BulkMedia(const Person& p, int64_t share) {
   constexpr int64_t kKB = 1024;
   Random& random = media_random_;
   for (int64_t left = share; left >= 32 * kKB;) {
-    const int64_t wanted = random.Chance(0.12) ? random.Between(3 * 1024, 12 * 1024) * kKB
-                                               : random.Between(150, 1536) * kKB;
+    const int64_t wanted =
+        random.Chance(0.12) ? random.Between(3 * 1024, 12 * 1024) * kKB : random.Between(150, 1536) * kKB;
     const auto size = static_cast<size_t>(std::min(wanted, left));
     const int day = random.Between(p.first_day, p.last_day);
     const uint64_t seed = random.Next();
     const double kind = random.Between(0, 99) / 100.0;
     const bool gzipped = random.Chance(0.35);
     const int64_t before = summary_.media_bytes;
+    const int number = next_bulk_++;
     if (kind < 0.65) {
       Producer page = ScannedPage(seed, size);
       PutStreamed("IMAGES",
-                  {{"Record", Int(NextImageRecord())},
+                  {{"Record", Int(1000000000 + number)},
                    {"CodCart", p.card},
                    {"CodEsame", kNull},
-                   {"MediaCode", NextCode("MC")},
+                   {"MediaCode", "MB" + std::to_string(number)},
                    {"Data", At(day, random.Between(8 * 60, 19 * 60))},
                    {"Titolo", "Scansione documentazione clinica " + FormatDay(day)},
                    {"Settings", "tif"},
                    {"ORGName", "SCAN" + random.Digits(6) + ".tif"}},
                   gzipped ? Gzipped(page) : page);
     } else if (kind < 0.85) {
-      const std::string plan = NextCode("PT");
-      Put("PIANOTERAP", {{"CodCart", p.card},
-                         {"Diagnosi", p.problems.empty() ? host::Value("Controllo periodico") : host::Value(p.problems[0])},
-                         {"COD_SCAN", NextCode("S")},
-                         {"CODPIANO", plan},
-                         {"DataRedaz", OnDay(day)},
-                         {"Scadenza", OnDay(day + 365)},
-                         {"COD_AIC", "042498040"},
-                         {"Farmaco", "FORXIGA*28CPR RIV 10MG"},
-                         {"NOTA_AIFA", "100"},
-                         {"Posolog", "1 cpr/die"},
-                         {"Medico", random.Pick(kPlanSpecialists)}});
+      const std::string plan = "PB" + std::to_string(number);
+      Put("PIANOTERAP",
+          {{"CodCart", p.card},
+           {"Diagnosi", p.problems.empty() ? host::Value("Controllo periodico") : host::Value(p.problems[0])},
+           {"COD_SCAN", "SB" + std::to_string(number)},
+           {"CODPIANO", plan},
+           {"DataRedaz", OnDay(day)},
+           {"Scadenza", OnDay(day + 365)},
+           {"COD_AIC", "042498040"},
+           {"Farmaco", "FORXIGA*28CPR RIV 10MG"},
+           {"NOTA_AIFA", "100"},
+           {"Posolog", "1 cpr/die"},
+           {"Medico", random.Pick(kPlanSpecialists)}});
       Producer page = ScannedPage(seed, size);
-      PutStreamed("SCANSIONI",
-                  {{"CodCart", p.card}, {"CODESAME", plan}, {"Titolo", "Piano terapeutico scansionato"}, {"Settings", "tif"}},
-                  gzipped ? Gzipped(page) : page);
+      PutStreamed(
+          "SCANSIONI",
+          {{"CodCart", p.card}, {"CODESAME", plan}, {"Titolo", "Piano terapeutico scansionato"}, {"Settings", "tif"}},
+          gzipped ? Gzipped(page) : page);
     } else {
       const std::string title = random.Pick(kCertificateTitles);
       Producer document = LongRtf(seed, title, size);

@@ -135,8 +135,9 @@ struct Person {
 
 class Generator {
  public:
-  // Media beyond the ordinary documents come from a random source of their
-  // own, so that asking for them leaves the rest of the sample as it was.
+  // Media beyond the ordinary documents come from a random source and
+  // running numbers of their own, so that asking for them leaves every other
+  // row of the sample as it was.
   Generator(Archive& archive, uint64_t seed)
       : archive_(archive), random_(seed), media_random_(seed ^ 0x6D656469612D6D62ull) {}
 
@@ -216,6 +217,7 @@ class Generator {
   int next_image_record_ = 1;
   int next_exam_record_ = 1;
   int next_code_ = 1;
+  int next_bulk_ = 1;  // of the rows of BulkMedia: Record 1000000000 + n, codes "MB", "PB", "SB" + n
 };
 
 }  // namespace sample

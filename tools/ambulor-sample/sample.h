@@ -123,10 +123,21 @@ struct SampleOptions {
 // What GenerateSample wrote, for the command line's closing line.
 struct SampleSummary {
   int patients = 0;
-  int rows = 0;   // all rows of all tables
-  int files = 0;  // rows with a binary document
+  int rows = 0;             // all rows of all tables
+  int files = 0;            // rows with a binary document
   int64_t media_bytes = 0;  // the bytes of those documents, as stored
 };
+
+// A patient of every sample (of enough patients) whose conversion of all
+// categories, in the order of the plug-in's list, gets "ERR" on purpose:
+// every other patient converts cleanly.
+struct PlantedFailure {
+  std::string card;      // PAZIENTI.Cod_Cart
+  std::string category;  // the converter's suffix in the detail line without " - ", e.g. "Referti"; empty when
+                         // the host refuses the patient before any category
+  std::string cause;     // in words
+};
+const std::vector<PlantedFailure>& PlantedFailures();
 
 // Writes a realistic archive into dir (made if missing): the same content
 // for the same patients and seed. A few fixed awkward patients come first,
