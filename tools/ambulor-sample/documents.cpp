@@ -227,7 +227,7 @@ void Generator::BulkMedia(const Person& p, int64_t share) {
           {{"CodCart", p.card}, {"CODESAME", plan}, {"Titolo", "Piano terapeutico scansionato"}, {"Settings", "tif"}},
           gzipped ? Gzipped(page) : page);
     } else {
-      const std::string title = random.Pick(kCertificateTitles);
+      const std::string title = "Diario clinico del " + FormatDay(day);
       Producer document = LongRtf(seed, title, size);
       PutStreamed("MODULI", {{"CodCart", p.card}, {"Titolo", title}, {"Data", OnDay(day)}},
                   gzipped ? Gzipped(document) : document);
