@@ -13,6 +13,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "host/failure.h"
@@ -108,18 +109,25 @@ bool IsGzip(const Value& v) {
   return b.size() >= 3 && b[0] == 0x1F && b[1] == 0x8B && b[2] == 0x08;
 }
 
-std::string Gunzip(const std::vector<uint8_t>& compressed) {
+// The content of a gzip stream, or nothing when the stream is cut or broken.
+std::optional<std::string> Gunzip(const std::vector<uint8_t>& compressed) {
   z_stream stream{};
   EXPECT_EQ(inflateInit2(&stream, 15 + 16), Z_OK);
-  std::string plain(64 * 1024, '\0');
+  std::string plain;
+  std::vector<char> piece(256 * 1024);
   stream.next_in = const_cast<Bytef*>(compressed.data());
   stream.avail_in = static_cast<uInt>(compressed.size());
-  stream.next_out = reinterpret_cast<Bytef*>(plain.data());
-  stream.avail_out = static_cast<uInt>(plain.size());
-  const int result = inflate(&stream, Z_FINISH);
-  plain.resize(stream.total_out);
+  int result = Z_OK;
+  while (result == Z_OK) {
+    stream.next_out = reinterpret_cast<Bytef*>(piece.data());
+    stream.avail_out = static_cast<uInt>(piece.size());
+    result = inflate(&stream, Z_NO_FLUSH);
+    plain.append(piece.data(), piece.size() - stream.avail_out);
+    if (result == Z_BUF_ERROR && stream.avail_in == 0) break;
+  }
   inflateEnd(&stream);
-  return result == Z_STREAM_END ? plain : "";
+  if (result != Z_STREAM_END) return std::nullopt;
+  return plain;
 }
 
 // Every row of every table the plug-in reads, as text, sorted: the content
@@ -256,36 +264,34 @@ TEST_F(Sample, StoresFilesPlainGzippedAndTooShort) {
   for (auto& row : Media(dir(), "SELECT * FROM MODULI", {"bindata"})) {
     if (row["bindata"].is_null() || row["bindata"].bytes().size() < 2) continue;
     const auto& bytes = row["bindata"].bytes();
-    const std::string rtf = IsGzip(row["bindata"]) ? Gunzip(bytes) : std::string(bytes.begin(), bytes.end());
+    const bool gzip_start = bytes[0] == 0x1F && bytes[1] == 0x8B;
+    if (gzip_start && (!IsGzip(row["bindata"]) || !Gunzip(bytes))) continue;  // see DocumentsOfEveryForm
+    const std::string rtf = IsGzip(row["bindata"]) ? *Gunzip(bytes) : std::string(bytes.begin(), bytes.end());
+    if (rtf.size() < 6) continue;
     EXPECT_EQ(rtf.rfind("{\\rtf1", 0), 0u) << rtf.substr(0, 40);
+    EXPECT_EQ(rtf.back(), '}');
     ++documents;
   }
   EXPECT_GT(documents, 10);
 }
 
-// The sample is meant to convert cleanly but for the patients that show a
-// failure on purpose: 00'006 (quote in the key), 000007 (a title that ends
-// in "- ("), 000012 (a free prescription's line in use without quantity) and
-// 000013 (a drug with no date). These are the rows that would make a
-// converter fail.
+// The sample is meant to convert cleanly but for its planted failures: the
+// rows that would make a converter fail are found here from the rows alone,
+// and must belong to the planted patients and to them only, each trap under
+// the category that the list names.
 TEST_F(Sample, TripsNoConverterButWhereItMeansTo) {
-  std::vector<std::string> broken_titles;
+  std::map<std::string, std::set<std::string>> traps;  // card -> categories that its rows trip
+  const auto trap = [&](const Value& card, const std::string& category) { traps[host::TextOf(card)].insert(category); };
+
   for (auto& row : User(dir(), "SELECT * FROM VISITE", {"CodCart", "Titolo"})) {
     const std::string title = host::TextOf(row["Titolo"]);
-    if (title.size() >= 3 && title.compare(title.size() - 3, 3, "- (") == 0) {
-      broken_titles.push_back(host::TextOf(row["CodCart"]));
-    }
+    if (title.size() >= 3 && title.compare(title.size() - 3, 3, "- (") == 0) trap(row["CodCart"], "Diagnosi");
   }
-  EXPECT_EQ(broken_titles, std::vector<std::string>{"000007"});
-
-  std::set<std::string> undated_drugs;
   for (auto& row : User(dir(), "SELECT * FROM TERAPIE", {"CodCart", "Testo", "Data"})) {
     if (!Trimmed(host::TextOf(row["Testo"])).empty() && row["Data"].is_null()) {
-      undated_drugs.insert(host::TextOf(row["CodCart"]));
+      trap(row["CodCart"], "Prescrizioni Farmaceutiche");
     }
   }
-  EXPECT_EQ(undated_drugs, std::set<std::string>{"000013"});
-  std::set<std::string> uncounted_lines;
   std::vector<std::string> lines = {"CodCart"};
   for (int line = 1; line <= 8; ++line) {
     lines.push_back("Row_" + std::to_string(line));
@@ -295,34 +301,230 @@ TEST_F(Sample, TripsNoConverterButWhereItMeansTo) {
     for (int line = 1; line <= 8; ++line) {
       const std::string text = Trimmed(host::TextOf(row["Row_" + std::to_string(line)]));
       const bool in_use = !text.empty() && !(line == 1 && text == ".");
-      if (in_use && row["Qta_" + std::to_string(line)].is_null()) {
-        uncounted_lines.insert(host::TextOf(row["CodCart"]));
-      }
+      if (in_use && row["Qta_" + std::to_string(line)].is_null()) trap(row["CodCart"], "Prescrizioni Libere");
     }
   }
-  EXPECT_EQ(uncounted_lines, std::set<std::string>{"000012"});
 
-  std::map<std::string, int> images_of_exam;
-  for (auto& row : Media(dir(), "SELECT * FROM IMAGES", {"bindata", "CodEsame", "Titolo", "ORGName"})) {
-    EXPECT_FALSE(row["bindata"].is_null());
-    if (row["CodEsame"].is_null()) continue;
-    ++images_of_exam[row["CodEsame"].text()];
-    if (host::TextOf(row["Titolo"]).find_first_not_of(' ') == std::string::npos) {
-      EXPECT_GE(host::TextOf(row["ORGName"]).size(), 4u);
-    }
-  }
+  // Reports: an exam that two reports name and that has images; an image of
+  // a reported exam without content, or with a blank title and an ORGName
+  // too short to cut.
   std::map<std::string, int> reports_of_exam;
   for (auto& row : User(dir(), "SELECT * FROM REFERTI", {"CODESAME"})) ++reports_of_exam[host::TextOf(row["CODESAME"])];
-  for (const auto& [exam, images] : images_of_exam) EXPECT_LE(reports_of_exam[exam], 1) << exam;
-
-  for (auto& row : Media(dir(), "SELECT * FROM SCANSIONI", {"bindata"})) EXPECT_FALSE(row["bindata"].is_null());
-  for (auto& row : Media(dir(), "SELECT * FROM MODULI", {"bindata", "Titolo"})) {
-    if (row["bindata"].is_null()) continue;
-    EXPECT_NE(row["bindata"].bytes().size(), 2u);
-    if (!IsGzip(row["bindata"])) {
-      EXPECT_EQ(host::TextOf(row["Titolo"]).find('/'), std::string::npos);
+  for (auto& row : Media(dir(), "SELECT * FROM IMAGES", {"CodCart", "bindata", "CodEsame", "Titolo", "ORGName"})) {
+    const int reports = row["CodEsame"].is_null() ? 0 : reports_of_exam[row["CodEsame"].text()];
+    if (reports == 0) {
+      if (row["bindata"].is_null()) trap(row["CodCart"], "Registrazioni Private");
+      continue;
+    }
+    if (reports > 1) trap(row["CodCart"], "Referti");
+    const bool blank_title = Trimmed(host::TextOf(row["Titolo"])).empty();
+    if (row["bindata"].is_null() || (blank_title && host::TextOf(row["ORGName"]).size() < 4)) {
+      trap(row["CodCart"], "Referti");
     }
   }
+  for (auto& row : Media(dir(), "SELECT * FROM SCANSIONI WHERE bindata IS NULL", {"CodCart"})) {
+    trap(row["CodCart"], "Piani Terapeutici");
+  }
+  for (auto& row : Media(dir(), "SELECT * FROM MODULI WHERE bindata IS NOT NULL", {"CodCart", "bindata", "Titolo"})) {
+    if (row["bindata"].bytes().size() == 2) trap(row["CodCart"], "Certificati");
+    if (!IsGzip(row["bindata"]) && host::TextOf(row["Titolo"]).find('/') != std::string::npos) {
+      trap(row["CodCart"], "Certificati");
+    }
+  }
+
+  // The planted list: the rows' traps, one category to a patient, plus the
+  // two patients that fail before any category.
+  std::map<std::string, std::set<std::string>> planted;
+  for (const sample::PlantedFailure& failure : sample::PlantedFailures()) {
+    EXPECT_FALSE(failure.cause.empty()) << failure.card;
+    if (failure.category.empty() || failure.category == "Anagrafica") continue;
+    planted[failure.card].insert(failure.category);
+  }
+  EXPECT_EQ(traps, planted);
+  EXPECT_EQ(planted.size(), 10u);
+
+  std::set<std::string> cards;
+  for (auto& row : User(dir(), "SELECT * FROM PAZIENTI", {"Cod_Cart", "CodFisc", "DataNat", "CodiceSSN"})) {
+    if (row["Cod_Cart"].is_null()) continue;
+    cards.insert(row["Cod_Cart"].text());
+    const bool unidentified = row["CodFisc"].is_null() && row["DataNat"].is_null() && row["CodiceSSN"].is_null();
+    EXPECT_EQ(unidentified, row["Cod_Cart"].text() == "000003");
+  }
+  for (const sample::PlantedFailure& failure : sample::PlantedFailures()) EXPECT_TRUE(cards.count(failure.card));
+}
+
+// A real image of the kind that its extension names: a JPEG whose segments
+// chain from the start of image to the scan and whose data ends with the end
+// of image; a PNG whose chunks' CRCs hold and whose pixels inflate to the
+// size of its header; a TIFF whose one strip fills the file to its end.
+std::string BadImage(const std::string& extension, const std::string& file) {
+  const auto u8 = [&](size_t at) { return static_cast<uint32_t>(static_cast<unsigned char>(file.at(at))); };
+  const auto be16 = [&](size_t at) { return u8(at) << 8 | u8(at + 1); };
+  const auto be32 = [&](size_t at) { return be16(at) << 16 | be16(at + 2); };
+  const auto le32 = [&](size_t at) { return u8(at) | u8(at + 1) << 8 | u8(at + 2) << 16 | u8(at + 3) << 24; };
+  if (extension == "jpg") {
+    if (be16(0) != 0xFFD8 || be16(file.size() - 2) != 0xFFD9) return "no start or end of image";
+    size_t at = 2;
+    bool frame = false;
+    while (be16(at) != 0xFFDA) {
+      if (u8(at) != 0xFF) return "a segment doesn't start with a marker at " + std::to_string(at);
+      frame |= u8(at + 1) == 0xC0;
+      at += 2 + be16(at + 2);
+    }
+    if (!frame) return "no baseline frame";
+    for (size_t i = at + 2 + be16(at + 2); i + 2 < file.size(); ++i) {
+      if (u8(i) == 0xFF && u8(i + 1) != 0x00) return "an unstuffed 0xFF in the data at " + std::to_string(i);
+    }
+    return "";
+  }
+  if (extension == "png") {
+    if (file.compare(0, 8, "\x89PNG\r\n\x1A\n") != 0) return "no signature";
+    std::string pixels;
+    uint32_t width = 0, height = 0;
+    for (size_t at = 8; at < file.size();) {
+      const uint32_t length = be32(at);
+      const auto* chunk = reinterpret_cast<const Bytef*>(file.data() + at + 4);
+      if (crc32(0, chunk, length + 4) != be32(at + 8 + length)) return "a bad CRC at " + std::to_string(at);
+      const std::string type = file.substr(at + 4, 4), data = file.substr(at + 8, length);
+      if (type == "IHDR") width = be32(at + 8), height = be32(at + 12);
+      if (type == "IDAT") pixels += data;
+      at += 12 + length;
+    }
+    uLongf size = (width + 1) * height + 1;
+    std::string plain(size, '\0');
+    const int result = uncompress(reinterpret_cast<Bytef*>(plain.data()), &size,
+                                  reinterpret_cast<const Bytef*>(pixels.data()), static_cast<uLong>(pixels.size()));
+    return result == Z_OK && size == (width + 1) * height ? "" : "pixels that don't fill the image";
+  }
+  if (extension == "tif") {
+    if (file.compare(0, 4, std::string("II*\0", 4)) != 0) return "no header";
+    const uint32_t directory = le32(4);
+    uint32_t offset = 0, count = 0;
+    for (uint32_t entry = 0; entry < (u8(directory) | u8(directory + 1) << 8); ++entry) {
+      const size_t at = directory + 2 + 12 * entry;
+      const uint32_t tag = u8(at) | u8(at + 1) << 8;
+      if (tag == 273) offset = le32(at + 8);
+      if (tag == 279) count = le32(at + 8);
+    }
+    return offset + count == file.size() ? "" : "a strip that doesn't end with the file";
+  }
+  return "";
+}
+
+// The documents exercise what a conversion meets in them: real images and
+// RTF documents, plain and compressed; gzip streams that decompress but for
+// the few meant to be broken; contents of 3 and 4 bytes and starts like a
+// gzip stream with another third byte in every table of files; files of
+// several MB in each; exams of every kind with a report; media that a
+// report and a recording share.
+TEST_F(Sample, HasDocumentsOfEveryForm) {
+  std::set<std::string> broken_streams, short_contents, false_gzip, large, bad_images;
+  int images_checked = 0;
+  const auto look = [&](const std::string& table, Rows rows) {
+    for (auto& row : rows) {
+      if (row["bindata"].is_null()) continue;
+      const auto& bytes = row["bindata"].bytes();
+      const std::string where = table + " " + host::TextOf(row["CodCart"]) + " " + host::TextOf(row["Titolo"]);
+      if (bytes.size() == 3 || bytes.size() == 4) short_contents.insert(table + " " + std::to_string(bytes.size()));
+      if (bytes.size() >= 4 && bytes[0] == 0x1F && bytes[1] == 0x8B && bytes[2] != 0x08) false_gzip.insert(table);
+      std::string content(bytes.begin(), bytes.end());
+      if (IsGzip(row["bindata"])) {
+        const std::optional<std::string> plain = Gunzip(bytes);
+        if (!plain) {
+          broken_streams.insert(where);
+          continue;
+        }
+        content = *plain;
+      }
+      if (content.size() >= 3 * 1024 * 1024) large.insert(table);
+      const std::string extension = table == "MODULI" ? "" : host::TextOf(row["Settings"]);
+      if (content.size() < 16 || (content[0] == '\x1F' && content[1] == '\x8B')) continue;
+      if (const std::string fault = BadImage(extension, content); !fault.empty())
+        bad_images.insert(where + ": " + fault);
+      images_checked += extension == "jpg" || extension == "png" || extension == "tif";
+    }
+  };
+  look("IMAGES", Media(dir(), "SELECT * FROM IMAGES", {"CodCart", "bindata", "Titolo", "Settings"}));
+  look("SCANSIONI", Media(dir(), "SELECT * FROM SCANSIONI", {"CodCart", "bindata", "Titolo", "Settings"}));
+  look("MODULI", Media(dir(), "SELECT * FROM MODULI", {"CodCart", "bindata", "Titolo"}));
+
+  EXPECT_EQ(bad_images, std::set<std::string>{});
+  EXPECT_GT(images_checked, 30);
+  EXPECT_EQ(broken_streams,
+            (std::set<std::string>{
+                "IMAGES 000002 Archivio danneggiato", "IMAGES 000014 Rx troncata", "IMAGES 000015 Foto troncata",
+                "IMAGES 000015 Inizio gzip", "MODULI 000015 Certificato troncato", "MODULI 000015 Tre byte gzip",
+                "SCANSIONI 000002 Corto", "SCANSIONI 000015 Piano troncato", "IMAGES 000002 Tre byte"}));
+  EXPECT_EQ(short_contents,
+            (std::set<std::string>{"IMAGES 3", "IMAGES 4", "MODULI 3", "MODULI 4", "SCANSIONI 3", "SCANSIONI 4"}));
+  EXPECT_EQ(false_gzip, (std::set<std::string>{"IMAGES", "MODULI", "SCANSIONI"}));
+  EXPECT_EQ(large, (std::set<std::string>{"IMAGES", "MODULI", "SCANSIONI"}));
+
+  // Every kind of exam has a report, and so has an exam without a date.
+  std::map<std::string, std::string> kind_of_exam;
+  for (auto& row : User(dir(), "SELECT * FROM ESAMI", {"CODESAME", "tipo", "Data"})) {
+    kind_of_exam[host::TextOf(row["CODESAME"])] =
+        row["tipo"].is_null() ? "Null" : host::TextOf(row["tipo"]) + (row["Data"].is_null() ? " undated" : "");
+  }
+  std::set<std::string> reported;
+  for (auto& row : User(dir(), "SELECT * FROM REFERTI", {"CODESAME"})) {
+    const std::string kind = kind_of_exam[host::TextOf(row["CODESAME"])];
+    reported.insert(kind.substr(0, kind.find(' ')));
+    if (kind.find("undated") != std::string::npos) reported.insert("undated");
+  }
+  for (const char* kind : {"0", "1", "2", "3", "4", "5", "6", "Null", "undated"})
+    EXPECT_TRUE(reported.count(kind)) << kind;
+
+  // One patient's exam image and another of his images share a MediaCode,
+  // and a Null one.
+  std::map<std::string, std::set<std::string>> exam_media, other_media;
+  for (auto& row : Media(dir(), "SELECT * FROM IMAGES WHERE CodCart = '000014'", {"CodEsame", "MediaCode"})) {
+    (row["CodEsame"].is_null() ? other_media : exam_media)["000014"].insert(
+        row["MediaCode"].is_null() ? "Null" : row["MediaCode"].text());
+  }
+  for (const char* code : {"MC-COMUNE-14", "Null"}) {
+    EXPECT_TRUE(exam_media["000014"].count(code) && other_media["000014"].count(code)) << code;
+  }
+}
+
+// --media-mb spreads about that many MB over the ordinary patients' scans,
+// plans' scans and documents, and leaves every other row as it was.
+TEST(SampleMedia, AddsTheMegabytesAskedForAndNothingElse) {
+  fixture::TempDir folder;
+  sample::SampleOptions options = Options(40, 3);
+  const sample::SampleSummary plain = sample::GenerateSample(folder / "plain", options);
+  options.media_mb = 80;
+  const sample::SampleSummary media = sample::GenerateSample(folder / "media", options);
+
+  EXPECT_GT(media.media_bytes, 76 * 1024 * 1024);
+  EXPECT_LT(media.media_bytes, 84 * 1024 * 1024);
+  EXPECT_EQ(media.patients, plain.patients);
+
+  std::set<std::string> bulk_patients;
+  for (auto& row : Media(folder.path() / "media", "SELECT * FROM IMAGES WHERE MediaCode STARTING WITH 'MB'",
+                         {"CodCart", "bindata", "Record"})) {
+    EXPECT_GE(row["Record"].integer(), 1000000000);
+    const auto& bytes = row["bindata"].bytes();
+    const std::string page =
+        IsGzip(row["bindata"]) ? Gunzip(bytes).value_or("") : std::string(bytes.begin(), bytes.end());
+    EXPECT_EQ(BadImage("tif", page), "") << host::TextOf(row["CodCart"]);
+    bulk_patients.insert(host::TextOf(row["CodCart"]));
+  }
+  EXPECT_GT(bulk_patients.size(), 15u);
+  EXPECT_EQ(bulk_patients.count("000023"), 0u);
+
+  // Without the rows of the media, told by their codes and titles: the same
+  // sample.
+  const auto without_bulk = [](std::vector<std::string> lines) {
+    std::erase_if(lines, [](const std::string& line) {
+      for (const char* mark : {"=2:MB", "=2:PB", "Titolo=2:Diario clinico del "}) {
+        if (line.find(mark) != std::string::npos) return true;
+      }
+      return false;
+    });
+    return lines;
+  };
+  EXPECT_EQ(without_bulk(Content(folder.path() / "media")), Content(folder.path() / "plain"));
 }
 
 // The codes of a catalogue: the first field of each line after the header,

@@ -78,6 +78,9 @@ struct DatabaseWriter::Impl {
   Parameter Encode(const host::Value& value, const Target& target);
   Parameter Characters(const std::string& text, const Target& target);
   Parameter Blob(const std::string& content, const Target& target);
+  Parameter Blob(const Producer& produce, const Target& target);
+  void InsertRow(const std::string& table, const Row& row, const std::string* streamed_column,
+                 const Producer* produce);
   void FreeInserts();
   void CommitInserts();
   void RequireOpen() const;
@@ -129,9 +132,9 @@ PreparedInsert& DatabaseWriter::Impl::Prepare(const std::string& sql) {
   return inserts.emplace(sql, std::move(insert)).first->second;
 }
 
-// A blob of the target's kind and character set, written in segments; the
-// parameter carries its id.
-Parameter DatabaseWriter::Impl::Blob(const std::string& content, const Target& target) {
+// A blob of the target's kind and character set, written in segments as the
+// producer hands its pieces over; the parameter carries its id.
+Parameter DatabaseWriter::Impl::Blob(const Producer& produce, const Target& target) {
   const auto sub_type = static_cast<uint16_t>(target.sub_type);
   const auto charset = static_cast<uint16_t>(target.charset);
   const unsigned char bpb[] = {
@@ -144,17 +147,24 @@ Parameter DatabaseWriter::Impl::Blob(const std::string& content, const Target& t
   ISC_QUAD id{};
   Firebird::IBlob* blob = attachment->createBlob(&status, Transaction(), &id, sizeof bpb, bpb);
   try {
-    constexpr size_t kSegment = 65535;
-    for (size_t written = 0; written < content.size(); written += kSegment) {
-      const size_t length = std::min(kSegment, content.size() - written);
-      blob->putSegment(&status, static_cast<unsigned>(length), content.data() + written);
-    }
+    produce([&](const uint8_t* data, size_t size) {
+      constexpr size_t kSegment = 65535;
+      for (size_t written = 0; written < size; written += kSegment) {
+        const size_t length = std::min(kSegment, size - written);
+        blob->putSegment(&status, static_cast<unsigned>(length), data + written);
+      }
+    });
     blob->close(&status);
   } catch (...) {
     blob->release();
     throw;
   }
   return Parameter{false, SQL_BLOB, target.sub_type, target.charset, BytesOf(id)};
+}
+
+Parameter DatabaseWriter::Impl::Blob(const std::string& content, const Target& target) {
+  return Blob(
+      [&](const PutBytes& put) { put(reinterpret_cast<const uint8_t*>(content.data()), content.size()); }, target);
 }
 
 // Text as its raw bytes: into a text column in the column's character set,
@@ -263,12 +273,27 @@ void DatabaseWriter::Execute(const std::string& sql) {
 }
 
 void DatabaseWriter::Insert(const std::string& table, const Row& row) {
-  Impl& w = *impl_;
-  w.RequireOpen();
+  impl_->RequireOpen();
+  impl_->InsertRow(table, row, nullptr, nullptr);
+}
+
+void DatabaseWriter::Insert(const std::string& table, const Row& row, const std::string& streamed_column,
+                            const Producer& produce) {
+  impl_->RequireOpen();
+  impl_->InsertRow(table, row, &streamed_column, &produce);
+}
+
+// The streamed column, if any, comes after those of the row.
+void DatabaseWriter::Impl::InsertRow(const std::string& table, const Row& row, const std::string* streamed_column,
+                                     const Producer* produce) {
+  Impl& w = *this;
+  std::vector<std::string> columns;
+  for (const auto& [column, value] : row) columns.push_back(column);
+  if (streamed_column != nullptr) columns.push_back(*streamed_column);
   std::string sql = "INSERT INTO " + table + " (";
   std::string placeholders;
-  for (size_t i = 0; i < row.size(); ++i) {
-    sql += (i == 0 ? "" : ",") + row[i].first;
+  for (size_t i = 0; i < columns.size(); ++i) {
+    sql += (i == 0 ? "" : ",") + columns[i];
     placeholders += i == 0 ? "?" : ",?";
   }
   sql += ") VALUES (" + placeholders + ")";
@@ -276,8 +301,12 @@ void DatabaseWriter::Insert(const std::string& table, const Row& row) {
   try {
     PreparedInsert& insert = w.Prepare(sql);
     std::vector<Parameter> parameters;
-    parameters.reserve(row.size());
+    parameters.reserve(columns.size());
     for (size_t i = 0; i < row.size(); ++i) parameters.push_back(w.Encode(row[i].second, insert.targets[i]));
+    if (produce != nullptr) {
+      if (!insert.targets.back().is_blob()) host::failures::Raise(host::failures::kTypeMismatch);
+      parameters.push_back(w.Blob(*produce, insert.targets.back()));
+    }
 
     // The message takes the type of each value, not of its column: the
     // database converts between the two.

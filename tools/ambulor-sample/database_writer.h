@@ -3,6 +3,9 @@
 // project never writes; only the generator and the tests use this.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -20,6 +23,12 @@ namespace sample {
 // column as "dd/mm/yyyy"; a boolean into a number column as 1 or 0.
 using Row = std::vector<std::pair<std::string, host::Value>>;
 
+// Content of a binary column made piece by piece, so that a file of any size
+// reaches the database without being held whole: a Producer calls put with
+// each piece in order, as many times as it likes.
+using PutBytes = std::function<void(const uint8_t* data, size_t size)>;
+using Producer = std::function<void(const PutBytes& put)>;
+
 class DatabaseWriter {
  public:
   ~DatabaseWriter();
@@ -35,6 +44,9 @@ class DatabaseWriter {
   // Inserts one row into a table, in the current transaction. Statements are
   // prepared once for each table and list of columns.
   void Insert(const std::string& table, const Row& row);
+
+  // The same, with one more column, a BLOB, that takes what produce gives.
+  void Insert(const std::string& table, const Row& row, const std::string& streamed_column, const Producer& produce);
 
   // Commits the inserts so far and starts a new transaction.
   void Commit();

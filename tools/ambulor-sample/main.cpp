@@ -75,6 +75,11 @@ int main(int argc, char** argv) {
   app.add_option("--seed", seed, "Seed of the random data (a whole number)")
       ->check(CheckSeed, "whole number")
       ->capture_default_str();
+  app.add_option("--media-mb", options.media_mb,
+                 "About how many MB of media (scans, plans' scans, RTF documents) the sample holds in all; 0 for "
+                 "only the usual small files and a few multi-MB ones")
+      ->check(CLI::Range(0, 1000000))
+      ->capture_default_str();
   app.add_flag("--force", options.force, "Overwrite databases already in the folder");
   try {
     app.parse(argc, argv);
@@ -102,8 +107,9 @@ int main(int argc, char** argv) {
     const sample::SampleSummary summary = sample::GenerateSample(out, options);
     std::printf(
         "ambulor-sample: wrote GX_USER.FDB, GX_MEDIA.FDB and GX_DATA.FDB in %s: %d patients, %d rows, %d files "
-        "(seed %llu)\n",
-        out.c_str(), summary.patients, summary.rows, summary.files, static_cast<unsigned long long>(options.seed));
+        "(%.1f MB) (seed %llu)\n",
+        out.c_str(), summary.patients, summary.rows, summary.files,
+        static_cast<double>(summary.media_bytes) / (1024 * 1024), static_cast<unsigned long long>(options.seed));
     return kWritten;
   } catch (const sample::ExistingArchive& error) {
     std::fprintf(stderr, "ambulor-sample: %s; give --force to overwrite it\n", error.what());

@@ -81,6 +81,11 @@ class Archive {
   // neither schema knows raises std::invalid_argument.
   void Insert(const std::string& table, const Row& row);
 
+  // The same, with one more column, a BLOB, whose content produce hands over
+  // piece by piece: a file of any size, never held whole. A streamed column
+  // that this archive's schema dropped is left out like any other.
+  void Insert(const std::string& table, const Row& row, const std::string& streamed_column, const Producer& produce);
+
   // Commits everything and closes the three databases. Safe to call twice.
   void Close();
 
@@ -99,6 +104,13 @@ struct SampleOptions {
   int patients = 200;
   uint64_t seed = 1;
   bool force = false;
+  // About how many megabytes (MiB) of media the whole sample holds: beyond
+  // the usual documents, ordinary patients get scanned pages (IMAGES, some
+  // gzip-compressed), scanned therapeutic plans (SCANSIONI) and long RTF
+  // documents (MODULI), up to a dozen MB each, till the total is reached. 0
+  // adds none: the sample then holds only the usual small files and the few
+  // multi-MB documents of one of the awkward patients.
+  int media_mb = 0;
   // Called after each patient with the number written so far and the total.
   std::function<void(int written, int total)> progress;
   // Asked after each table and each patient: true ends the run (Interrupted).
@@ -111,9 +123,21 @@ struct SampleOptions {
 // What GenerateSample wrote, for the command line's closing line.
 struct SampleSummary {
   int patients = 0;
-  int rows = 0;   // all rows of all tables
-  int files = 0;  // rows with a binary document
+  int rows = 0;             // all rows of all tables
+  int files = 0;            // rows with a binary document
+  int64_t media_bytes = 0;  // the bytes of those documents, as stored
 };
+
+// A patient of every sample (of enough patients) whose conversion of all
+// categories, in the order of the plug-in's list, gets "ERR" on purpose:
+// every other patient converts cleanly.
+struct PlantedFailure {
+  std::string card;      // PAZIENTI.Cod_Cart
+  std::string category;  // the converter's suffix in the detail line without " - ", e.g. "Referti"; empty when
+                         // the host refuses the patient before any category
+  std::string cause;     // in words
+};
+const std::vector<PlantedFailure>& PlantedFailures();
 
 // Writes a realistic archive into dir (made if missing): the same content
 // for the same patients and seed. A few fixed awkward patients come first,
