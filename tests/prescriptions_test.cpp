@@ -536,7 +536,9 @@ TEST(PrescriptionsSample, OnlyThePlantedPatientsFail) {
   sample::SampleOptions sample_options;
   sample_options.patients = 60;
   sample::GenerateSample(dir.path().string(), sample_options);
-  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB");
+  refhost::ConvertOptions options;
+  options.options = "diagnosi;prescrizioni esami laboratorio;prescrizioni farmaceutiche;prescrizioni libere";
+  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
   EXPECT_TRUE(run.outcome.result);
   std::vector<std::string> details;
   for (const std::string& message : run.Messages())

@@ -475,16 +475,15 @@ TEST_F(Sample, HasDocumentsOfEveryForm) {
   for (const char* kind : {"0", "1", "2", "3", "4", "5", "6", "Null", "undated"})
     EXPECT_TRUE(reported.count(kind)) << kind;
 
-  // One patient's exam image and another of his images share a MediaCode,
-  // and a Null one.
+  // One patient's exam image and another of his images share a MediaCode;
+  // another image of his has none.
   std::map<std::string, std::set<std::string>> exam_media, other_media;
   for (auto& row : Media(dir(), "SELECT * FROM IMAGES WHERE CodCart = '000014'", {"CodEsame", "MediaCode"})) {
     (row["CodEsame"].is_null() ? other_media : exam_media)["000014"].insert(
         row["MediaCode"].is_null() ? "Null" : row["MediaCode"].text());
   }
-  for (const char* code : {"MC-COMUNE-14", "Null"}) {
-    EXPECT_TRUE(exam_media["000014"].count(code) && other_media["000014"].count(code)) << code;
-  }
+  EXPECT_TRUE(exam_media["000014"].count("MC-COMUNE-14") && other_media["000014"].count("MC-COMUNE-14"));
+  EXPECT_TRUE(other_media["000014"].count("Null"));
 }
 
 // --media-mb spreads about that many MB over the ordinary patients' scans,
@@ -647,6 +646,29 @@ TEST(SampleSchema, ChangedAndDroppedColumnsShapeWhatATestWrites) {
   EXPECT_EQ(rows[0].at("PASIST"), Value("120"));
   EXPECT_TRUE(rows[0].at("BMI").is_null());
   EXPECT_THROW(User(folder.path(), "SELECT * FROM BIOMETRIC", {"PADIST"}), host::Failure);
+}
+
+// Converted with every category, the sample fails where it is planted to and
+// nowhere else.
+TEST(SampleConversion, EveryCategoryFailsOnlyWherePlanted) {
+  fixture::TempDir dir;
+  sample::SampleOptions options;
+  options.patients = 60;
+  sample::GenerateSample(dir.path().string(), options);
+  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB");
+  EXPECT_TRUE(run.outcome.result);
+  std::multiset<std::string> failed, planted;
+  for (const std::string& message : run.Messages()) {
+    if (message.rfind("AddInfo: ", 0) != 0) continue;
+    size_t dash = message.find(" - "), errore = message.find(" Errore ");
+    failed.insert(dash == std::string::npos || errore == std::string::npos
+                      ? ""
+                      : message.substr(dash + 3, errore - dash - 3));
+  }
+  for (const sample::PlantedFailure& failure : sample::PlantedFailures()) planted.insert(failure.category);
+  EXPECT_EQ(failed, planted);
+  EXPECT_EQ(run.outcome.patients_err, static_cast<int>(planted.size()));
+  EXPECT_GT(run.outcome.files, 20);
 }
 
 }  // namespace

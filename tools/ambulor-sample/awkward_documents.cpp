@@ -267,9 +267,11 @@ void ReportShowcase(Generator& g) {
   e.Image(xray_exam, Bytes(FileContent(files, "jpg", "")), "Rx torace/dettaglio", "jpg", "ab");
   e.Image(xray_exam, Bytes(TruncatedGzip(FileContent(files, "tif", ""))), "Rx troncata", "tif", "RX0005.tif");
   e.Image(xray_exam, Bytes(FileContent(files, "jpg", "")), "Rx torace condivisa", "jpg", "RX0006.jpg", "MC-COMUNE-14");
-  e.Image(xray_exam, Bytes(FileContent(files, "png", "")), "Rx senza codice", "png", "RX0007.png", kNull);
-  // Not of an exam, but sharing the MediaCodes above: no recording takes
-  // them, the scans do.
+  e.Image(xray_exam, Bytes(FileContent(files, "png", "")), "Rx senza codice", "png", "RX0007.png", "MC-RX-14");
+  // Not of an exam: the first shares a MediaCode above, so no recording
+  // takes it and the scans do; the second has none, which no report marked,
+  // so the recordings take it. (An exam image without MediaCode would be
+  // taken again by the recordings, and fail them on its key.)
   e.Image(kNull, Bytes(FileContent(files, "jpg", "")), "Copia Rx torace", "jpg", "SCAN0014.jpg", "MC-COMUNE-14");
   e.Image(kNull, Bytes(FileContent(files, "png", "")), "Immagine senza codice", "png", "SCAN0015.png", kNull);
 

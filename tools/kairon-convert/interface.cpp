@@ -1,6 +1,7 @@
 // The Interface object and the objects it holds: framework, archivio with
 // its catalogues and their entries, and utente.
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -135,9 +136,9 @@ class FrameworkObject : public HostObject {
 
  private:
   // Removes the file at path; nothing for a blank path or where no file
-  // lies. Only a name directly in the temporary folder is the plug-in's to
-  // remove: any other path (a title that leads out with "..", or that names
-  // a folder of its own) is refused with 75, and nothing is looked at there.
+  // lies. Only what lies in the temporary folder is the plug-in's to remove:
+  // a path that leads out of it (a title with "..") is refused with 75, and
+  // nothing is looked at there.
   void Killfile(const std::string& path) {
     if (host::text::Trim(path).empty()) return;
     if (!InTemporaryFolder(path)) throw host::Failure(kPathAccessError, "Errore di accesso al percorso/file");
@@ -148,16 +149,17 @@ class FrameworkObject : public HostObject {
       throw host::Failure(kPathAccessError, "Errore di accesso al percorso/file");
   }
 
+  // True when path, its links and ".." resolved, lies below the temporary
+  // folder.
   bool InTemporaryFolder(const std::string& path) {
-    const std::filesystem::path file(path);
-    const std::string name = file.filename().string();
-    if (name.empty() || name == "." || name == "..") return false;
     for (const auto& [member, folder] : session().setup().utente) {
       if (!host::SameName(member, "tempdir")) continue;
       std::error_code ec;
-      auto parent = std::filesystem::weakly_canonical(file.parent_path(), ec);
-      auto temporary = std::filesystem::weakly_canonical(folder, ec);
-      return !ec && parent == temporary;
+      const auto file = std::filesystem::weakly_canonical(path, ec);
+      const auto temporary = std::filesystem::weakly_canonical(folder, ec);
+      if (ec) return false;
+      auto [end_of_folder, _] = std::mismatch(temporary.begin(), temporary.end(), file.begin(), file.end());
+      return end_of_folder == temporary.end() && file != temporary;
     }
     return false;
   }
