@@ -4,6 +4,7 @@
 #include <unicode/unistr.h>
 
 #include <algorithm>
+#include <cctype>
 
 #include <charconv>
 #include <cstdio>
@@ -117,7 +118,8 @@ struct firebird::PreparedQuery {
   PreparedQuery& operator=(const PreparedQuery&) = delete;
   ~PreparedQuery();
 
-  void Prepare(Firebird::IAttachment* attachment, Firebird::ITransaction* transaction, const std::string& sql);
+  void Prepare(Firebird::IAttachment* attachment, Firebird::ITransaction* transaction, const std::string& sql,
+               bool with_parameters);
   void BindText(const std::vector<std::string>& values);
 };
 
@@ -145,9 +147,25 @@ firebird::PreparedQuery::~PreparedQuery() {
 }
 
 void firebird::PreparedQuery::Prepare(Firebird::IAttachment* attachment, Firebird::ITransaction* transaction,
-                                      const std::string& sql) {
-  statement = attachment->prepare(&status, transaction, 0, sql.c_str(), SQL_DIALECT_V6,
-                                  Firebird::IStatement::PREPARE_PREFETCH_METADATA);
+                                      const std::string& sql, bool with_parameters) {
+  // The database gives a parameter the type of what it is compared with,
+  // and would refuse a value longer than a text column or convert it to a
+  // number column's type before comparing. As text without character set
+  // and of any length, it compares as a literal does.
+  std::string text;
+  if (with_parameters) {
+    bool quoted = false;
+    for (char c : sql) {
+      if (c == '\'') quoted = !quoted;
+      if (c == '?' && !quoted) {
+        text += "CAST(? AS VARCHAR(32765) CHARACTER SET NONE)";
+      } else {
+        text += c;
+      }
+    }
+  }
+  statement = attachment->prepare(&status, transaction, 0, with_parameters ? text.c_str() : sql.c_str(),
+                                  SQL_DIALECT_V6, Firebird::IStatement::PREPARE_PREFETCH_METADATA);
   output = statement->getOutputMetadata(&status);
   const unsigned count = output->getCount(&status);
   columns.resize(count);
@@ -447,28 +465,41 @@ std::string WithLiterals(const std::string& sql, const std::vector<std::string>&
   return text;
 }
 
+// The same value with one quote: what comes before its first quote, the
+// quote, and the letters and digits that come after it (or "X", if none),
+// which the database reads as a word that can't follow a literal.
+std::string WithOneQuote(const std::string& value) {
+  const size_t quote = value.find('\'');
+  if (quote == std::string::npos) return value;
+  std::string word;
+  for (char c : value.substr(quote + 1))
+    if (std::isalnum(static_cast<unsigned char>(c))) word += c;
+  return value.substr(0, quote + 1) + (word.empty() ? "X" : word);
+}
+
 // A value with a quote never reaches the database as a parameter: the query
-// fails as it does with the value written between quotes into its text,
-// which the database refuses to prepare (an apostrophe ends the literal
-// early). When that text would prepare after all, the value having closed
-// the literal and opened another, it fails as the value cut after its first
-// quote does. Either way nothing runs and no row is selected.
+// fails as it fails with the value written between quotes into its text,
+// which the database refuses to prepare ("Token unknown" at the letters
+// after an apostrophe). When the text would prepare after all, the value
+// having closed the literal, or the database's message would tell no place
+// in the text (a literal left open at the end), it fails as the value with
+// its first quote only does. Either way nothing runs and no row is selected.
 [[noreturn]] void RaiseForQuote(const std::string& sql, std::vector<std::string> values,
                                 Connection::Impl& connection) {
   firebird::Status status;
+  std::optional<host::Failure> failure;
   for (int attempt = 0; attempt < 2; ++attempt) {
     try {
       Firebird::IStatement* statement = connection.attachment->prepare(
           &status, connection.transaction, 0, WithLiterals(sql, values).c_str(), SQL_DIALECT_V6, 0);
       EndOrRelease(statement, [&] { statement->free(&status); });
     } catch (const Firebird::FbException& error) {
-      throw firebird::FailureOf(error);
+      failure = firebird::FailureOf(error);
+      if (failure->description().find("Unexpected end of command") == std::string::npos) throw *failure;
     }
-    for (std::string& value : values) {
-      const size_t quote = value.find('\'');
-      if (quote != std::string::npos) value.resize(quote + 1);
-    }
+    for (std::string& value : values) value = WithOneQuote(value);
   }
+  if (failure) throw *failure;
   throw host::Failure(host::failures::kInvalidArgument, "Apice in un valore della query");
 }
 
@@ -485,7 +516,7 @@ void Recordset::Open(const std::string& sql, Connection& connection) {
   r.character_sets = c.character_sets;
   try {
     r.query = std::make_shared<firebird::PreparedQuery>();
-    r.query->Prepare(r.attachment, r.transaction, sql);
+    r.query->Prepare(r.attachment, r.transaction, sql, false);
     r.Run(nullptr);
   } catch (const Firebird::FbException& error) {
     r.Release();
@@ -518,7 +549,7 @@ void Recordset::Open(const std::string& sql, const std::vector<std::string>& par
       --c.queries->idle_count;
     } else {
       r.query = std::make_shared<firebird::PreparedQuery>();
-      r.query->Prepare(r.attachment, r.transaction, sql);
+      r.query->Prepare(r.attachment, r.transaction, sql, true);
     }
     r.Run(&parameters);
   } catch (const Firebird::FbException& error) {
