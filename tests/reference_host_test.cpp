@@ -568,4 +568,16 @@ TEST(JsonText, WritesWhatTheLibraryWrites) {
     all.push_back(std::move(line));
   }
   EXPECT_EQ(refhost::JsonText(all), all.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+
+  // Typed values written straight into text read as the JSON value does.
+  const std::vector<host::Value> values = {
+      host::Value(), host::Value::Null(), host::Value("a\"b\xE0"), host::Value::I16(-3), host::Value::I32(70000),
+      host::Value(72.5), host::Value(0.1), host::Value(1e21), host::Value::Bool(true), host::Value::Bool(false),
+      host::Value(host::Date{1950, 3, 7}), host::Value(host::Date{2020, 1, 2, 10, 30, 0}),
+      host::Value::Bytes({1, 2, 3})};
+  for (const host::Value& value : values) {
+    std::string text;
+    refhost::AppendTypedValue(text, value);
+    EXPECT_EQ(text, refhost::JsonText(refhost::TypedValue(value)));
+  }
 }

@@ -128,6 +128,17 @@ nlohmann::ordered_json MemberBag::ToJson() const {
   return json;
 }
 
+std::string MemberBag::JsonText() const {
+  std::string text = "{";
+  for (const auto& [member, value] : members_) {
+    if (text.size() > 1) text += ',';
+    AppendJsonString(text, member);
+    text += ':';
+    AppendTypedValue(text, value);
+  }
+  return text + "}";
+}
+
 void RequireArgs(const host::Args& args, size_t count) { RequireArgs(args, count, count); }
 
 void RequireArgs(const host::Args& args, size_t least, size_t most) {

@@ -202,6 +202,60 @@ void AppendJson(std::string& out, const nlohmann::ordered_json& json) {
 
 }  // namespace
 
+void AppendJsonString(std::string& out, const std::string& text) { AppendString(out, text); }
+
+// What JsonText(TypedValue(value)) gives, without making the JSON value.
+void AppendTypedValue(std::string& out, const host::Value& value) {
+  auto typed = [&](const char* type) {
+    out += "{\"type\":\"";
+    out += type;
+    out += "\",\"value\":";
+  };
+  switch (value.type()) {
+    case host::Type::Empty:
+      typed("empty");
+      out += "null";
+      break;
+    case host::Type::Null:
+      typed("null");
+      out += "null";
+      break;
+    case host::Type::Text:
+      typed("text");
+      AppendString(out, value.text());
+      break;
+    case host::Type::I16:
+      typed("i16");
+      out += std::to_string(value.integer());
+      break;
+    case host::Type::I32:
+      typed("i32");
+      out += std::to_string(value.integer());
+      break;
+    case host::Type::F64:
+      typed("f64");
+      AppendJson(out, nlohmann::ordered_json(value.number()));
+      break;
+    case host::Type::Bool:
+      typed("bool");
+      out += value.integer() != 0 ? "true" : "false";
+      break;
+    case host::Type::Date:
+      typed("date");
+      AppendString(out, IsoDate(value.date()));
+      break;
+    case host::Type::Object:
+      typed("object");
+      AppendString(out, value.is_object() ? TraceNameOf(value.object()) : "?");
+      break;
+    case host::Type::Bytes:
+      typed("bytes");
+      out += std::to_string(value.bytes().size());
+      break;
+  }
+  out += '}';
+}
+
 // The compact form that the library's dump gives, replacing bytes that
 // aren't UTF-8 as it does, written without its per-character machinery.
 std::string JsonText(const nlohmann::ordered_json& json) {
