@@ -224,7 +224,6 @@ struct Recordset::Impl {
   std::shared_ptr<const firebird::CharacterSets> character_sets;
 
   std::vector<host::Value> row;
-  std::string segment;  // a BLOB's segments pass through it
   bool eof = true;
 
   bool is_open() const { return cursor != nullptr; }
@@ -304,7 +303,8 @@ std::string Recordset::Impl::ReadBlob(ISC_QUAD id) {
   Firebird::IBlob* blob = attachment->openBlob(&status, transaction, &id, 0, nullptr);
   std::string content;
   try {
-    segment.resize(65535);
+    // One buffer for the segments of every BLOB that this thread reads.
+    thread_local std::vector<char> segment(65535);
     for (;;) {
       unsigned length = 0;
       const int result = blob->getSegment(&status, static_cast<unsigned>(segment.size()), segment.data(), &length);
