@@ -117,7 +117,12 @@ void AppendString(std::string& out, const std::string& text) {
     return;
   }
   out += '"';
-  for (char c : text) {
+  size_t plain_from = 0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (static_cast<unsigned char>(c) >= 0x20 && c != '"' && c != '\\') continue;
+    out.append(text, plain_from, i - plain_from);
+    plain_from = i + 1;
     switch (c) {
       case '"':
         out += "\\\"";
@@ -141,15 +146,12 @@ void AppendString(std::string& out, const std::string& text) {
         out += "\\t";
         break;
       default:
-        if (static_cast<unsigned char>(c) < 0x20) {
-          char escaped[8];
-          std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(c));
-          out += escaped;
-        } else {
-          out += c;
-        }
+        char escaped[8];
+        std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(c));
+        out += escaped;
     }
   }
+  out.append(text, plain_from, std::string::npos);
   out += '"';
 }
 
