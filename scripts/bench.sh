@@ -37,7 +37,7 @@ median() { sort -g | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] 
 timed() {
   local times=() peak=0 out="$work/time.txt"
   for ((i = 0; i < runs; i++)); do
-    /usr/bin/time -f "%e %M" -o "$out" "$@" >/dev/null
+    /usr/bin/time -f "%e %M" -o "$out" "$@" >/dev/null 2>&1 || { echo "bench.sh: $* failed" >&2; exit 1; }
     read -r seconds kib <"$out"
     times+=("$seconds")
     ((kib > peak)) && peak=$kib
@@ -46,14 +46,11 @@ timed() {
   echo "$peak"
 }
 
-convert_sample() {  # dir archive
-  "$bin/kairon-convert" convert "$1/GX_USER.FDB" --archive "$2" --overwrite
-}
 
 small=$(sample_of "$patients")
 large=$(sample_of $((4 * patients)))
 
-read -r conversion_s peak_kib < <(timed convert_sample "$small" "$work/conversion.sqlite")
+read -r conversion_s peak_kib < <(timed "$bin/kairon-convert" convert "$small/GX_USER.FDB" --archive "$work/conversion.sqlite" --overwrite)
 
 limit_runs=()
 for ((i = 0; i < runs; i++)); do
@@ -62,15 +59,11 @@ for ((i = 0; i < runs; i++)); do
 done
 limit_s=$(printf '%s\n' "${limit_runs[@]}" | median)
 
-gbak_all() {
-  for f in GX_USER GX_MEDIA GX_DATA; do
-    gbak -b -user SYSDBA "$small/$f.FDB" "$work/$f.fbk"
-  done
-}
-read -r gbak_s _ < <(timed gbak_all)
+read -r gbak_s _ < <(timed bash -c 'for f in GX_USER GX_MEDIA GX_DATA; do gbak -b -user SYSDBA "$1/$f.FDB" "$2/$f.fbk"; done' \
+  gbak "$small" "$work")
 rm -f "$work"/*.fbk
 
-read -r conversion_4x_s peak_4x_kib < <(timed convert_sample "$large" "$work/conversion-4x.sqlite")
+read -r conversion_4x_s peak_4x_kib < <(timed "$bin/kairon-convert" convert "$large/GX_USER.FDB" --archive "$work/conversion-4x.sqlite" --overwrite)
 
 largest_file_bytes=$(sqlite3 "$work/conversion.sqlite" "SELECT COALESCE(MAX(size), 0) FROM files" 2>/dev/null || echo 0)
 
