@@ -171,6 +171,7 @@ void Connection::Open(const std::string& connection_text) {
                                             dpb->getBuffer(&c.status));
 
     c.transaction = c.attachment->startTransaction(&c.status, sizeof kReadOnlyTransaction, kReadOnlyTransaction);
+    c.queries = std::make_shared<firebird::QueryPool>();
   } catch (const Firebird::FbException& error) {
     Close();
     throw firebird::FailureOf(error);
@@ -189,6 +190,8 @@ void Connection::Open(const std::string& connection_text) {
 
 void Connection::Close() {
   Impl& c = *impl_;
+  // The statements go before the attachment that they were prepared on.
+  c.queries.reset();
   EndTransaction(c.transaction, c.status);
   if (c.attachment != nullptr) {
     try {

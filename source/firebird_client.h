@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "host/failure.h"
 #include "source/connection.h"
@@ -70,13 +71,28 @@ inline constexpr unsigned kCharsetAscii = 2;
 inline constexpr unsigned kCharsetUnicodeFss = 3;
 inline constexpr unsigned kCharsetUtf8 = 4;
 
+// A query prepared once on a connection and run again and again, each run
+// with a cursor of its own (defined in source/recordset.cpp).
+struct PreparedQuery;
+
+// The prepared queries with parameters of one connection that no recordset
+// is running, by their text, waiting for the next run. A query that several
+// recordsets run at the same time has a statement for each; all are freed
+// when the connection closes, those of recordsets still open when they close.
+struct QueryPool {
+  std::unordered_map<std::string, std::vector<std::shared_ptr<PreparedQuery>>> idle;
+  size_t idle_count = 0;
+};
+
 }  // namespace source::firebird
 
-// An open connection: the attachment, its one read-only transaction and the
-// character sets of its database. Every pointer is null while closed.
+// An open connection: the attachment, its one read-only transaction, the
+// character sets of its database and its prepared queries. Every pointer is
+// null while closed.
 struct source::Connection::Impl {
   firebird::Status status;
   Firebird::IAttachment* attachment = nullptr;
   Firebird::ITransaction* transaction = nullptr;
   std::shared_ptr<const firebird::CharacterSets> character_sets;
+  std::shared_ptr<firebird::QueryPool> queries;
 };

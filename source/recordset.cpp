@@ -4,6 +4,7 @@
 #include <unicode/unistr.h>
 
 #include <algorithm>
+#include <cctype>
 
 #include <charconv>
 #include <cstdio>
@@ -96,24 +97,139 @@ struct Column {
 
 }  // namespace
 
+// A statement prepared on a connection, with what its rows look like. While
+// a recordset runs it, the recordset alone uses it.
+struct firebird::PreparedQuery {
+  Status status;
+  Firebird::IStatement* statement = nullptr;
+  Firebird::IMessageMetadata* output = nullptr;
+  std::vector<Column> columns;
+  std::unordered_map<std::string, size_t> column_by_name;  // first column of each upper-case name
+  std::vector<unsigned char> buffer;                       // one row
+
+  // The parameters' message as last built, for lengths that the next run
+  // often shares.
+  Firebird::IMessageMetadata* input = nullptr;
+  std::vector<unsigned> input_lengths;
+  std::vector<unsigned char> input_buffer;
+
+  PreparedQuery() = default;
+  PreparedQuery(const PreparedQuery&) = delete;
+  PreparedQuery& operator=(const PreparedQuery&) = delete;
+  ~PreparedQuery();
+
+  void Prepare(Firebird::IAttachment* attachment, Firebird::ITransaction* transaction, const std::string& sql,
+               bool with_parameters);
+  void BindText(const std::vector<std::string>& values);
+};
+
+namespace {
+
+// Ends an interface in the normal way (which also releases it) or, when
+// that fails, just drops the reference; either way it is forgotten.
+template <typename Interface, typename End>
+void EndOrRelease(Interface*& object, End end) {
+  if (object == nullptr) return;
+  try {
+    end();
+    object = nullptr;
+  } catch (const Firebird::FbException&) {
+    firebird::Release(object);
+  }
+}
+
+}  // namespace
+
+firebird::PreparedQuery::~PreparedQuery() {
+  Release(input);
+  Release(output);
+  EndOrRelease(statement, [&] { statement->free(&status); });
+}
+
+void firebird::PreparedQuery::Prepare(Firebird::IAttachment* attachment, Firebird::ITransaction* transaction,
+                                      const std::string& sql, bool with_parameters) {
+  // The database gives a parameter the type of what it is compared with,
+  // and would refuse a value longer than a text column or convert it to a
+  // number column's type before comparing. As text without character set
+  // and of any length, it compares as a literal does.
+  std::string text;
+  if (with_parameters) {
+    bool quoted = false;
+    for (char c : sql) {
+      if (c == '\'') quoted = !quoted;
+      if (c == '?' && !quoted) {
+        text += "CAST(? AS VARCHAR(32765) CHARACTER SET NONE)";
+      } else {
+        text += c;
+      }
+    }
+  }
+  statement = attachment->prepare(&status, transaction, 0, with_parameters ? text.c_str() : sql.c_str(),
+                                  SQL_DIALECT_V6, Firebird::IStatement::PREPARE_PREFETCH_METADATA);
+  output = statement->getOutputMetadata(&status);
+  const unsigned count = output->getCount(&status);
+  columns.resize(count);
+  for (unsigned i = 0; i < count; ++i) {
+    Column& column = columns[i];
+    column.name = AsciiUpper(output->getAlias(&status, i));
+    column.type = output->getType(&status, i) & ~1u;
+    column.sub_type = output->getSubType(&status, i);
+    column.scale = output->getScale(&status, i);
+    column.length = output->getLength(&status, i);
+    column.charset = output->getCharSet(&status, i) & 0xFF;
+    column.offset = output->getOffset(&status, i);
+    column.null_offset = output->getNullOffset(&status, i);
+    column_by_name.emplace(column.name, i);
+  }
+  buffer.assign(output->getMessageLength(&status), 0);
+}
+
+// Each value as text without character set, its bytes as they are: the
+// database compares them with a column as it compares a literal of the
+// same bytes.
+void firebird::PreparedQuery::BindText(const std::vector<std::string>& values) {
+  std::vector<unsigned> lengths;
+  lengths.reserve(values.size());
+  for (const std::string& value : values) lengths.push_back(std::max<unsigned>(1, static_cast<unsigned>(value.size())));
+  if (input == nullptr || lengths != input_lengths) {
+    Release(input);
+    Owned<Firebird::IMetadataBuilder> builder(Master()->getMetadataBuilder(&status, static_cast<unsigned>(values.size())));
+    for (unsigned i = 0; i < values.size(); ++i) {
+      builder->setType(&status, i, SQL_VARYING);
+      builder->setCharSet(&status, i, kCharsetNone);
+      builder->setLength(&status, i, lengths[i]);
+    }
+    input = builder->getMetadata(&status);
+    input_lengths = std::move(lengths);
+    input_buffer.assign(input->getMessageLength(&status), 0);
+  }
+  for (unsigned i = 0; i < values.size(); ++i) {
+    unsigned char* field = input_buffer.data() + input->getOffset(&status, i);
+    const auto length = static_cast<uint16_t>(values[i].size());
+    std::memcpy(field, &length, sizeof length);
+    std::memcpy(field + sizeof length, values[i].data(), values[i].size());
+    const int16_t not_null = 0;
+    std::memcpy(input_buffer.data() + input->getNullOffset(&status, i), &not_null, sizeof not_null);
+  }
+}
+
 struct Recordset::Impl {
   firebird::Status status;
   Firebird::IAttachment* attachment = nullptr;
   Firebird::ITransaction* transaction = nullptr;
-  Firebird::IStatement* statement = nullptr;
-  Firebird::IMessageMetadata* metadata = nullptr;
+  std::shared_ptr<firebird::PreparedQuery> query;
+  std::weak_ptr<firebird::QueryPool> pool;  // where the query goes back to; none for a query run once
+  std::string pool_key;
   Firebird::IResultSet* cursor = nullptr;
   std::shared_ptr<const firebird::CharacterSets> character_sets;
 
-  std::vector<Column> columns;
-  std::unordered_map<std::string, size_t> column_by_name;  // first column of each upper-case name
-  std::vector<unsigned char> buffer;
   std::vector<host::Value> row;
   bool eof = true;
 
   bool is_open() const { return cursor != nullptr; }
+  const std::vector<Column>& columns() const { return query->columns; }
 
-  void DescribeColumns();
+  void Run(const std::vector<std::string>* parameters);
   void Fetch();
   host::Value Decode(const Column& column);
   host::Value DecodeText(std::string_view bytes, unsigned charset, unsigned declared_bytes);
@@ -123,34 +239,16 @@ struct Recordset::Impl {
   void Release();
 };
 
-void Recordset::Impl::DescribeColumns() {
-  const unsigned count = metadata->getCount(&status);
-  columns.resize(count);
-  column_by_name.clear();
-  for (unsigned i = 0; i < count; ++i) {
-    Column& column = columns[i];
-    column.name = AsciiUpper(metadata->getAlias(&status, i));
-    column.type = metadata->getType(&status, i) & ~1u;
-    column.sub_type = metadata->getSubType(&status, i);
-    column.scale = metadata->getScale(&status, i);
-    column.length = metadata->getLength(&status, i);
-    column.charset = metadata->getCharSet(&status, i) & 0xFF;
-    column.offset = metadata->getOffset(&status, i);
-    column.null_offset = metadata->getNullOffset(&status, i);
-    column_by_name.emplace(column.name, i);
-  }
-  buffer.assign(metadata->getMessageLength(&status), 0);
-}
-
 void Recordset::Impl::Fetch() {
-  if (cursor->fetchNext(&status, buffer.data()) != Firebird::IStatus::RESULT_OK) {
+  if (cursor->fetchNext(&status, query->buffer.data()) != Firebird::IStatus::RESULT_OK) {
     eof = true;
     row.clear();
     return;
   }
   eof = false;
-  row.resize(columns.size());
-  for (size_t i = 0; i < columns.size(); ++i) row[i] = Decode(columns[i]);
+  const std::vector<Column>& all = columns();
+  row.resize(all.size());
+  for (size_t i = 0; i < all.size(); ++i) row[i] = Decode(all[i]);
 }
 
 unsigned Recordset::Impl::BytesPerCharacter(unsigned charset) const {
@@ -205,7 +303,8 @@ std::string Recordset::Impl::ReadBlob(ISC_QUAD id) {
   Firebird::IBlob* blob = attachment->openBlob(&status, transaction, &id, 0, nullptr);
   std::string content;
   try {
-    std::vector<char> segment(65535);
+    // One buffer for the segments of every BLOB that this thread reads.
+    thread_local std::vector<char> segment(65535);
     for (;;) {
       unsigned length = 0;
       const int result = blob->getSegment(&status, static_cast<unsigned>(segment.size()), segment.data(), &length);
@@ -221,6 +320,7 @@ std::string Recordset::Impl::ReadBlob(ISC_QUAD id) {
 }
 
 host::Value Recordset::Impl::Decode(const Column& column) {
+  const std::vector<unsigned char>& buffer = query->buffer;
   if (Load<int16_t>(buffer.data() + column.null_offset) != 0) return host::Value::Null();
   const unsigned char* data = buffer.data() + column.offset;
   switch (column.type) {
@@ -283,7 +383,7 @@ host::Value Recordset::Impl::Decode(const Column& column) {
 
 // The bytes of a text column of the current row as the database holds them.
 std::string Recordset::Impl::StoredBytes(const Column& column) {
-  const unsigned char* data = buffer.data() + column.offset;
+  const unsigned char* data = query->buffer.data() + column.offset;
   switch (column.type) {
     case SQL_TEXT:
       return std::string(reinterpret_cast<const char*>(data), column.length);
@@ -296,48 +396,117 @@ std::string Recordset::Impl::StoredBytes(const Column& column) {
   }
 }
 
-namespace {
-
-// Ends an interface in the normal way (which also releases it) or, when
-// that fails, just drops the reference; either way it is forgotten.
-template <typename Interface, typename End>
-void EndOrRelease(Interface*& object, End end) {
-  if (object == nullptr) return;
-  try {
-    end();
-    object = nullptr;
-  } catch (const Firebird::FbException&) {
-    firebird::Release(object);
-  }
-}
-
-}  // namespace
-
+// Closes the cursor and hands the statement back to its connection for the
+// next run, or frees it if it was for this run only or the connection has
+// closed in the meantime.
 void Recordset::Impl::Release() {
   EndOrRelease(cursor, [&] { cursor->close(&status); });
-  EndOrRelease(statement, [&] { statement->free(&status); });
-  firebird::Release(metadata);
+  if (query != nullptr) {
+    std::shared_ptr<firebird::QueryPool> queries = pool.lock();
+    constexpr size_t kMostIdle = 256;
+    if (queries != nullptr && queries->idle_count < kMostIdle) {
+      queries->idle[pool_key].push_back(std::move(query));
+      ++queries->idle_count;
+    }
+    query.reset();
+  }
+  pool.reset();
+  pool_key.clear();
   firebird::Release(transaction);
   firebird::Release(attachment);
   character_sets.reset();
-  columns.clear();
-  column_by_name.clear();
-  buffer.clear();
   row.clear();
   eof = true;
+}
+
+// Opens the cursor over the prepared query and stands on its first row.
+void Recordset::Impl::Run(const std::vector<std::string>* parameters) {
+  if (parameters != nullptr) {
+    query->BindText(*parameters);
+    cursor = query->statement->openCursor(&status, transaction, query->input, query->input_buffer.data(),
+                                          query->output, 0);
+  } else {
+    cursor = query->statement->openCursor(&status, transaction, nullptr, nullptr, query->output, 0);
+  }
+  Fetch();
 }
 
 Recordset::Recordset() : impl_(std::make_unique<Impl>()) {}
 
 Recordset::~Recordset() { Close(); }
 
-void Recordset::Open(const std::string& sql, Connection& connection) {
-  if (impl_->is_open()) throw host::Failure(kObjectOpen, "Operazione non consentita se l'oggetto è aperto.");
+namespace {
+
+void CheckCanOpen(bool recordset_open, const Connection& connection) {
+  if (recordset_open) throw host::Failure(kObjectOpen, "Operazione non consentita se l'oggetto è aperto.");
   if (!connection.is_open()) {
     throw host::Failure(kConnectionClosed,
                         "La connessione non può essere utilizzata per eseguire questa operazione. È chiusa o "
                         "non valida in questo contesto.");
   }
+}
+
+// The query as it reads with each "?" outside quotes replaced by its value
+// between single quotes, without doubling the value's own quotes.
+std::string WithLiterals(const std::string& sql, const std::vector<std::string>& values) {
+  std::string text;
+  size_t next = 0;
+  bool quoted = false;
+  for (char c : sql) {
+    if (c == '\'') quoted = !quoted;
+    if (c == '?' && !quoted && next < values.size()) {
+      text += '\'';
+      text += values[next++];
+      text += '\'';
+    } else {
+      text += c;
+    }
+  }
+  return text;
+}
+
+// The same value with one quote: what comes before its first quote, the
+// quote, and the letters and digits that come after it (or "X", if none),
+// which the database reads as a word that can't follow a literal.
+std::string WithOneQuote(const std::string& value) {
+  const size_t quote = value.find('\'');
+  if (quote == std::string::npos) return value;
+  std::string word;
+  for (char c : value.substr(quote + 1))
+    if (std::isalnum(static_cast<unsigned char>(c))) word += c;
+  return value.substr(0, quote + 1) + (word.empty() ? "X" : word);
+}
+
+// A value with a quote never reaches the database as a parameter: the query
+// fails as it fails with the value written between quotes into its text,
+// which the database refuses to prepare ("Token unknown" at the letters
+// after an apostrophe). When the text would prepare after all, the value
+// having closed the literal, or the database's message would tell no place
+// in the text (a literal left open at the end), it fails as the value with
+// its first quote only does. Either way nothing runs and no row is selected.
+[[noreturn]] void RaiseForQuote(const std::string& sql, std::vector<std::string> values,
+                                Connection::Impl& connection) {
+  firebird::Status status;
+  std::optional<host::Failure> failure;
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    try {
+      Firebird::IStatement* statement = connection.attachment->prepare(
+          &status, connection.transaction, 0, WithLiterals(sql, values).c_str(), SQL_DIALECT_V6, 0);
+      EndOrRelease(statement, [&] { statement->free(&status); });
+    } catch (const Firebird::FbException& error) {
+      failure = firebird::FailureOf(error);
+      if (failure->description().find("Unexpected end of command") == std::string::npos) throw *failure;
+    }
+    for (std::string& value : values) value = WithOneQuote(value);
+  }
+  if (failure) throw *failure;
+  throw host::Failure(host::failures::kInvalidArgument, "Apice in un valore della query");
+}
+
+}  // namespace
+
+void Recordset::Open(const std::string& sql, Connection& connection) {
+  CheckCanOpen(impl_->is_open(), connection);
   Impl& r = *impl_;
   Connection::Impl& c = connection.impl();
   r.attachment = c.attachment;
@@ -346,16 +515,50 @@ void Recordset::Open(const std::string& sql, Connection& connection) {
   r.transaction->addRef();
   r.character_sets = c.character_sets;
   try {
-    r.statement = r.attachment->prepare(&r.status, r.transaction, 0, sql.c_str(), SQL_DIALECT_V6,
-                                        Firebird::IStatement::PREPARE_PREFETCH_METADATA);
-    r.metadata = r.statement->getOutputMetadata(&r.status);
-    r.DescribeColumns();
-    r.cursor = r.statement->openCursor(&r.status, r.transaction, nullptr, nullptr, r.metadata, 0);
-    r.Fetch();
+    r.query = std::make_shared<firebird::PreparedQuery>();
+    r.query->Prepare(r.attachment, r.transaction, sql, false);
+    r.Run(nullptr);
   } catch (const Firebird::FbException& error) {
     r.Release();
     throw firebird::FailureOf(error);
   } catch (...) {
+    r.Release();
+    throw;
+  }
+}
+
+void Recordset::Open(const std::string& sql, const std::vector<std::string>& parameters, Connection& connection) {
+  CheckCanOpen(impl_->is_open(), connection);
+  Impl& r = *impl_;
+  Connection::Impl& c = connection.impl();
+  for (const std::string& value : parameters)
+    if (value.find('\'') != std::string::npos) RaiseForQuote(sql, parameters, c);
+
+  r.attachment = c.attachment;
+  r.attachment->addRef();
+  r.transaction = c.transaction;
+  r.transaction->addRef();
+  r.character_sets = c.character_sets;
+  r.pool = c.queries;
+  r.pool_key = sql;
+  try {
+    auto idle = c.queries->idle.find(sql);
+    if (idle != c.queries->idle.end() && !idle->second.empty()) {
+      r.query = std::move(idle->second.back());
+      idle->second.pop_back();
+      --c.queries->idle_count;
+    } else {
+      r.query = std::make_shared<firebird::PreparedQuery>();
+      r.query->Prepare(r.attachment, r.transaction, sql, true);
+    }
+    r.Run(&parameters);
+  } catch (const Firebird::FbException& error) {
+    // A statement that failed isn't run again.
+    r.pool.reset();
+    r.Release();
+    throw firebird::FailureOf(error);
+  } catch (...) {
+    r.pool.reset();
     r.Release();
     throw;
   }
@@ -378,8 +581,8 @@ void Recordset::MoveNext() {
 
 host::Value Recordset::Field(std::string_view name) const {
   if (!impl_->is_open()) RaiseObjectClosed();
-  const auto found = impl_->column_by_name.find(AsciiUpper(name));
-  if (found == impl_->column_by_name.end()) host::failures::Raise(host::failures::kItemNotFound);
+  const auto found = impl_->query->column_by_name.find(AsciiUpper(name));
+  if (found == impl_->query->column_by_name.end()) host::failures::Raise(host::failures::kItemNotFound);
   if (impl_->eof) RaiseBofOrEof();
   return impl_->row[found->second];
 }
@@ -387,7 +590,7 @@ host::Value Recordset::Field(std::string_view name) const {
 std::string Recordset::QueryText(std::string_view name) const {
   const host::Value value = Field(name);
   if (value.is_null()) return "";
-  const Column& column = impl_->columns[impl_->column_by_name.at(AsciiUpper(name))];
+  const Column& column = impl_->columns()[impl_->query->column_by_name.at(AsciiUpper(name))];
   try {
     if (column.type == SQL_TEXT || column.type == SQL_VARYING || (column.type == SQL_BLOB && column.sub_type == isc_blob_text))
       return impl_->StoredBytes(column);
@@ -395,7 +598,7 @@ std::string Recordset::QueryText(std::string_view name) const {
     throw firebird::FailureOf(error);
   }
   if (column.type == SQL_INT64 && column.scale == 0)
-    return std::to_string(Load<int64_t>(impl_->buffer.data() + column.offset));
+    return std::to_string(Load<int64_t>(impl_->query->buffer.data() + column.offset));
   return host::TextOf(value);
 }
 
@@ -458,7 +661,7 @@ std::string TextForColumn(Connection& connection, const std::string& table, cons
   Recordset probe;
   probe.Open("SELECT " + column + " FROM " + table + " WHERE 1 = 0", connection);
   Recordset::Impl& impl = *probe.impl_;
-  const unsigned charset = impl.columns.at(0).charset;
+  const unsigned charset = impl.columns().at(0).charset;
   std::string charset_name = "NONE";
   if (auto known = impl.character_sets->find(charset); known != impl.character_sets->end())
     charset_name = known->second.name;

@@ -18,6 +18,7 @@
 #include "host/failure.h"
 #include "support/fixture.h"
 #include "tools/kairon-convert/catalogues.h"
+#include "tools/kairon-convert/typed_value.h"
 
 namespace {
 
@@ -546,3 +547,37 @@ TEST(KaironConvertCommand, ConvertsWithASimulatedHostFailure) {
 }
 
 }  // namespace
+
+// The archive's and the trace's JSON is written without the library's
+// serializer, and must read byte for byte as the library writes it: escapes,
+// control characters, bytes that aren't UTF-8 (lone, truncated, overlong,
+// surrogates), numbers of every kind, nesting and the order of members.
+TEST(JsonText, WritesWhatTheLibraryWrites) {
+  const std::vector<std::string> texts = {
+      "", "plain", "quote \" back \\ slash /", "\b\f\n\r\t\x01\x1f\x7f", "Forlì – €", "\xE0 lone", "trunc \xC3",
+      "\xC3\x28", "over \xC0\xAF", "sur \xED\xA0\x80", "max \xF4\x8F\xBF\xBF past \xF4\x90\x80\x80",
+      "\xF0\x9F\x98\x80 ok", "mid\xE2\x82 x\xE2\x82\xAC", std::string("nul\0in", 6)};
+  nlohmann::ordered_json all = nlohmann::ordered_json::array();
+  for (const std::string& text : texts) {
+    nlohmann::ordered_json line;
+    line["obj"] = text;
+    line[text.empty() ? "k" : text] = {{"type", "text"}, {"value", text}};
+    line["n"] = {0.1, 120.0, -1e300, 1e-7, 5e-324, int64_t{-9007199254740993}, uint64_t{18446744073709551615u}};
+    line["b"] = {true, false, nullptr, nlohmann::ordered_json::object(), nlohmann::ordered_json::array()};
+    EXPECT_EQ(refhost::JsonText(line), line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)) << text;
+    all.push_back(std::move(line));
+  }
+  EXPECT_EQ(refhost::JsonText(all), all.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+
+  // Typed values written straight into text read as the JSON value does.
+  const std::vector<host::Value> values = {
+      host::Value(), host::Value::Null(), host::Value("a\"b\xE0"), host::Value::I16(-3), host::Value::I32(70000),
+      host::Value(72.5), host::Value(0.1), host::Value(1e21), host::Value::Bool(true), host::Value::Bool(false),
+      host::Value(host::Date{1950, 3, 7}), host::Value(host::Date{2020, 1, 2, 10, 30, 0}),
+      host::Value::Bytes({1, 2, 3})};
+  for (const host::Value& value : values) {
+    std::string text;
+    refhost::AppendTypedValue(text, value);
+    EXPECT_EQ(text, refhost::JsonText(refhost::TypedValue(value)));
+  }
+}

@@ -11,7 +11,7 @@ namespace cnv {
 bool clsAmbulor::ConvertiAllergie(const std::string& cod_cart, host::Value& paziente) {
   try {
     source::Recordset rs;
-    rs.Open("SELECT * from REAZIONI where CodCart = ('" + cod_cart + "')", conn_user_);
+    rs.Open("SELECT * from REAZIONI where CodCart = (?)", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       std::string data = DateText(rs.Field("Data"), "01/01/2012");
       host::Call(host::Get(paziente, "Allergie"), "Salva",

@@ -10,7 +10,7 @@ namespace cnv {
 bool clsAmbulor::ConvertiAppunti(const std::string& cod_cart, host::Value& paziente) {
   try {
     source::Recordset rs;
-    rs.Open("SELECT * from MESSAGES where CodCart = ('" + cod_cart + "')", conn_user_);
+    rs.Open("SELECT * from MESSAGES where CodCart = (?)", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       host::Call(host::Get(paziente, "Appunti"), "Salva",
                  {"", DateText(rs.Field("Data_Iniz"), "01/01/2012"), host::Value::Bool(false),

@@ -11,7 +11,7 @@ namespace cnv {
 bool clsAmbulor::ConvertiBMI(const std::string& cod_cart, host::Value& paziente) {
   try {
     source::Recordset rs;
-    rs.Open("SELECT * from BIOMETRIC where CodCart = ('" + cod_cart + "')", conn_user_);
+    rs.Open("SELECT * from BIOMETRIC where CodCart = (?)", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       if (rs.Field("Peso").is_null() || rs.Field("Statura").is_null() || rs.Field("BMI").is_null()) continue;
       if (NumberOf(rs.Field("Peso")) == 0 || NumberOf(rs.Field("Statura")) == 0 || NumberOf(rs.Field("BMI")) == 0)

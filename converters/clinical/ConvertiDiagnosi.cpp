@@ -13,7 +13,7 @@ namespace cnv {
 bool clsAmbulor::ConvertiDiagnosi(const std::string& cod_cart, host::Value& paziente) {
   try {
     source::Recordset rs;
-    rs.Open("Select * from VISITE Where (CodCart= '" + cod_cart + "')", conn_user_);
+    rs.Open("Select * from VISITE Where (CodCart= ?)", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       std::string data = DateText(rs.Field("Inizio"), "01/01/2014");
       host::Value stato = host::Value::I32(rs.Field("termine").is_null() ? 2 : 4);

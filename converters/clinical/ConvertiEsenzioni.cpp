@@ -12,7 +12,7 @@ namespace cnv {
 bool clsAmbulor::ConvertiEsenzioni(const std::string& cod_cart, host::Value& paziente) {
   try {
     source::Recordset rs;
-    rs.Open("Select * from ESENZIONI Where (CodCart= '" + cod_cart + "')", conn_user_);
+    rs.Open("Select * from ESENZIONI Where (CodCart= ?)", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       std::string emissione = DateText(rs.Field("Emissione"), "01/01/2012");
       std::string chiave = TextOf(rs.Field("Codice"));

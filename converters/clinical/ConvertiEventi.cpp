@@ -10,7 +10,7 @@ namespace cnv {
 bool clsAmbulor::ConvertiEventi(const std::string& cod_cart, host::Value& paziente) {
   try {
     source::Recordset rs;
-    rs.Open("SELECT * from VISITE where CodCart = ('" + cod_cart + "')", conn_user_);
+    rs.Open("SELECT * from VISITE where CodCart = (?)", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       host::Call(host::Get(paziente, "Eventi"), "Salva",
                  {"", DateText(rs.Field("Inizio"), "01/01/2012"), "", "", host::text::Trim(TextOf(rs.Field("Titolo"))),

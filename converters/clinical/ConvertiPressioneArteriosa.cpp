@@ -11,7 +11,7 @@ namespace cnv {
 bool clsAmbulor::ConvertiPressioneArteriosa(const std::string& cod_cart, host::Value& paziente) {
   try {
     source::Recordset rs;
-    rs.Open("SELECT * from BIOMETRIC where CodCart = ('" + cod_cart + "')", conn_user_);
+    rs.Open("SELECT * from BIOMETRIC where CodCart = (?)", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       if (rs.Field("PADIST").is_null() || rs.Field("PASIST").is_null()) continue;
       std::string nota = TextOf(rs.Field("Note"));

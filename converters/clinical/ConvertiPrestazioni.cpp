@@ -12,7 +12,7 @@ namespace cnv {
 bool clsAmbulor::ConvertiPrestazioni(const std::string& cod_cart, host::Value& paziente) {
   try {
     source::Recordset rs;
-    rs.Open("SELECT * from PRESTAZIONI where CodCart = ('" + cod_cart + "')", conn_user_);
+    rs.Open("SELECT * from PRESTAZIONI where CodCart = (?)", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       host::Value id_problema, id_rif1;
       CercaProblema(paziente, TextOf(rs.Field("Diagnosi")), id_problema, id_rif1);

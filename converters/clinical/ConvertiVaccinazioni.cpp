@@ -23,7 +23,7 @@ std::string YearMonthDay(const host::Date& d) {
 bool clsAmbulor::ConvertiVaccinazioni(const std::string& cod_cart, host::Value& paziente) {
   try {
     source::Recordset rs;
-    rs.Open("SELECT * from VACCINI where CodCart = ('" + cod_cart + "')", conn_user_);
+    rs.Open("SELECT * from VACCINI where CodCart = (?)", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       std::string data = DateText(rs.Field("Data"), "01/01/2012");
       host::Value richiamo = host::Value::I32(0);

@@ -10,7 +10,7 @@ namespace cnv {
 bool clsAmbulor::ConvertiVisiteAmbulatoriali(const std::string& cod_cart, host::Value& paziente) {
   try {
     source::Recordset rs;
-    rs.Open("SELECT * from VISNOTE where CodCart = ('" + cod_cart + "')", conn_user_);
+    rs.Open("SELECT * from VISNOTE where CodCart = (?)", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       host::Call(host::Get(paziente, "VisiteAmbDom"), "Salva",
                  {"", DateText(rs.Field("Data"), "01/01/2012"), "", "", TextOf(rs.Field("Testo")),

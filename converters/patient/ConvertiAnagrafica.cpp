@@ -13,7 +13,7 @@ using host::text::Upper;
 bool clsAmbulor::ConvertiAnagrafica(const std::string& cod_cart, host::Value& paziente) {
   try {
     source::Recordset rs;
-    rs.Open("Select * from PAZIENTI Where (Cod_Cart= '" + cod_cart + "')", conn_user_);
+    rs.Open("Select * from PAZIENTI Where (Cod_Cart= ?)", {cod_cart}, conn_user_);
     if (!rs.Eof()) {
       host::Set(paziente, "cognome", Trim(Upper(TextOf(rs.Field("cognome")))));
       host::Set(paziente, "nome", Trim(Upper(TextOf(rs.Field("nome")))));

@@ -19,7 +19,7 @@ bool clsAmbulor::ConvertiPrescrizioniEsami(const std::string& cod_cart, host::Va
     host::Date ultimo_giorno{oggi.year, oggi.month, oggi.day};
     host::Value ricetta;
     source::Recordset rs;
-    rs.Open("SELECT * from ESAMI where ((tipo=1) or (tipo=4)) and CodCart = ('" + cod_cart + "') order by Data",
+    rs.Open("SELECT * from ESAMI where ((tipo=1) or (tipo=4)) and CodCart = (?) order by Data", {cod_cart},
             conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       if (rs.Field("Data").is_null()) continue;

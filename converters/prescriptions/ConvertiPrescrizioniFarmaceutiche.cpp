@@ -19,7 +19,7 @@ bool clsAmbulor::ConvertiPrescrizioniFarmaceutiche(const std::string& cod_cart, 
     host::Date ultimo_giorno{oggi.year, oggi.month, oggi.day};
     host::Value ricetta;
     source::Recordset rs;
-    rs.Open("SELECT * from TERAPIE where CodCart = ('" + cod_cart + "') order by Data", conn_user_);
+    rs.Open("SELECT * from TERAPIE where CodCart = (?) order by Data", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       if (host::text::Trim(TextOf(rs.Field("Testo"))).empty()) continue;
       std::string data = DateText(rs.Field("Data"));

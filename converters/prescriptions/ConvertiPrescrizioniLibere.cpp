@@ -31,7 +31,7 @@ int32_t WholeQuantity(double quantity) {
 bool clsAmbulor::ConvertiPrescrizioniLibere(const std::string& cod_cart, host::Value& paziente) {
   try {
     source::Recordset rs;
-    rs.Open("SELECT * from RICETTE where CodCart = ('" + cod_cart + "')", conn_user_);
+    rs.Open("SELECT * from RICETTE where CodCart = (?)", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       host::Date data{2012, 1, 1};
       if (std::optional<host::Date> emissione = host::DateOf(rs.Field("DATAEMI")))

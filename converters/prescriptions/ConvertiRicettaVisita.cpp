@@ -13,7 +13,7 @@ namespace cnv {
 // call that finds a dated record saves a new prescription.
 void clsAmbulor::ConvertiRicettaVisita(host::Value& paziente, int32_t record) {
   source::Recordset rs;
-  rs.Open("SELECT * from ESAMI where (RECORD = " + std::to_string(record) + ")", conn_user_);
+  rs.Open("SELECT * from ESAMI where (RECORD = ?)", {std::to_string(record)}, conn_user_);
   if (!rs.Eof() && !rs.Field("Data").is_null()) {
     host::Value ricetta = host::Call(host::Get(InterfaceCorrente(), "framework"), "NewRicetta");
     host::Set(ricetta, "Data", DateText(rs.Field("Data")));

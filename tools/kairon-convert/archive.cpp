@@ -61,17 +61,18 @@ std::string Cause(sqlite3* db) {
 
 [[noreturn]] void Fail(sqlite3* db) { throw WriteError("the archive can't be written: " + Cause(db)); }
 
-// One prepared statement, bound by position from 1 and run to its end.
+// One run of a statement that the archive keeps prepared, bound by position
+// from 1 and run to its end; the statement is reset for its next run.
 class Statement {
  public:
-  Statement(sqlite3* db, const char* sql) : db_(db) {
-    if (db_ == nullptr) Fail(db_);
-    if (sqlite3_prepare_v2(db_, sql, -1, &stmt_, nullptr) != SQLITE_OK) Fail(db_);
+  Statement(sqlite3* db, sqlite3_stmt* stmt) : db_(db), stmt_(stmt) {}
+  ~Statement() {
+    sqlite3_reset(stmt_);
+    sqlite3_clear_bindings(stmt_);
   }
-  ~Statement() { sqlite3_finalize(stmt_); }
 
   Statement& Bind(const std::string& text) {
-    Check(sqlite3_bind_text(stmt_, ++index_, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT));
+    Check(sqlite3_bind_text(stmt_, ++index_, text.data(), static_cast<int>(text.size()), SQLITE_STATIC));
     return *this;
   }
   Statement& Bind(int64_t number) {
@@ -100,7 +101,7 @@ class Statement {
     if (status != SQLITE_OK) Fail(db_);
   }
   sqlite3* db_;
-  sqlite3_stmt* stmt_ = nullptr;
+  sqlite3_stmt* stmt_;
   int index_ = 0;
 };
 
@@ -119,6 +120,10 @@ std::unique_ptr<Archive> Archive::Open(const std::string& path) {
   // machine may, which is the price of not syncing at every patient.
   archive->Execute("PRAGMA journal_mode=WAL");
   archive->Execute("PRAGMA synchronous=NORMAL");
+  // Each patient's commit adds the pages it changed to the log; copying
+  // them into the file less often copies a page changed by many patients
+  // once instead of again and again (the log grows to some 40 MB at most).
+  archive->Execute("PRAGMA wal_autocheckpoint=10000");
   archive->Execute(kSchema);
   return archive;
 }
@@ -173,7 +178,25 @@ std::string Archive::NotOurArchive(const std::string& path) {
 Archive::Archive(sqlite3* db) : db_(db) {}
 
 Archive::~Archive() {
+  FinalizeStatements();
   if (db_ != nullptr) sqlite3_close(db_);
+}
+
+// A statement of the archive's own, prepared at its first use and kept for
+// the next (the texts are the few constants of this file).
+sqlite3_stmt* Archive::Prepared(const char* sql) {
+  if (db_ == nullptr) Fail(db_);
+  sqlite3_stmt*& stmt = statements_[sql];
+  if (stmt == nullptr && sqlite3_prepare_v2(db_, sql, -1, &stmt, nullptr) != SQLITE_OK) {
+    statements_.erase(sql);
+    Fail(db_);
+  }
+  return stmt;
+}
+
+void Archive::FinalizeStatements() {
+  for (auto& [sql, stmt] : statements_) sqlite3_finalize(stmt);
+  statements_.clear();
 }
 
 void Archive::Execute(const char* sql) {
@@ -187,7 +210,7 @@ void Archive::Execute(const char* sql) {
 
 int64_t Archive::BeginRun(const std::string& started, const std::string& conn, const std::string& options) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  return Statement(db_, "INSERT INTO runs(started, conn, options) VALUES(?, ?, ?)")
+  return Statement(db_, Prepared("INSERT INTO runs(started, conn, options) VALUES(?, ?, ?)"))
       .Bind(started)
       .Bind(conn)
       .Bind(options)
@@ -196,7 +219,7 @@ int64_t Archive::BeginRun(const std::string& started, const std::string& conn, c
 
 void Archive::EndRun(int64_t run, const std::string& ended, bool result, const std::string& last_error) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  Statement(db_, "UPDATE runs SET ended = ?, result = ?, last_error = ? WHERE id = ?")
+  Statement(db_, Prepared("UPDATE runs SET ended = ?, result = ?, last_error = ? WHERE id = ?"))
       .Bind(ended)
       .Bind(int64_t{result ? 1 : 0})
       .Bind(last_error)
@@ -226,12 +249,12 @@ void Archive::CommitLocked() {
 
 void Archive::SavePatient(int64_t id, const std::string& members) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  Statement(db_, "INSERT OR REPLACE INTO patients(id, members) VALUES(?, ?)").Bind(id).Bind(members).Run();
+  Statement(db_, Prepared("INSERT OR REPLACE INTO patients(id, members) VALUES(?, ?)")).Bind(id).Bind(members).Run();
 }
 
 void Archive::AddRecord(int64_t patient_id, const std::string& store, const std::string& args) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  Statement(db_, "INSERT INTO records(patient_id, store, args) VALUES(?, ?, ?)")
+  Statement(db_, Prepared("INSERT INTO records(patient_id, store, args) VALUES(?, ?, ?)"))
       .Bind(patient_id)
       .Bind(store)
       .Bind(args)
@@ -240,7 +263,7 @@ void Archive::AddRecord(int64_t patient_id, const std::string& store, const std:
 
 int64_t Archive::AddPrescription(int64_t patient_id, const std::string& members) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  return Statement(db_, "INSERT INTO prescriptions(patient_id, members) VALUES(?, ?)")
+  return Statement(db_, Prepared("INSERT INTO prescriptions(patient_id, members) VALUES(?, ?)"))
       .Bind(patient_id)
       .Bind(members)
       .Run();
@@ -249,7 +272,7 @@ int64_t Archive::AddPrescription(int64_t patient_id, const std::string& members)
 void Archive::AddPrescriptionItem(std::optional<int64_t> prescription_id, const std::string& store,
                                   const std::string& members) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  Statement(db_, "INSERT INTO prescription_items(prescription_id, store, members) VALUES(?, ?, ?)")
+  Statement(db_, Prepared("INSERT INTO prescription_items(prescription_id, store, members) VALUES(?, ?, ?)"))
       .Bind(prescription_id)
       .Bind(store)
       .Bind(members)
@@ -258,7 +281,7 @@ void Archive::AddPrescriptionItem(std::optional<int64_t> prescription_id, const 
 
 void Archive::AddFile(const StoredFile& file) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  Statement(db_, "INSERT INTO files(id, patient_id, title, name, size, sha256, content) VALUES(?, ?, ?, ?, ?, ?, ?)")
+  Statement(db_, Prepared("INSERT INTO files(id, patient_id, title, name, size, sha256, content) VALUES(?, ?, ?, ?, ?, ?, ?)"))
       .Bind(file.id)
       .Bind(file.patient_id)
       .Bind(file.title)
@@ -271,7 +294,7 @@ void Archive::AddFile(const StoredFile& file) {
 
 void Archive::AddMessage(const std::string& kind, const std::string& text) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  Statement(db_, "INSERT INTO messages(kind, text) VALUES(?, ?)").Bind(kind).Bind(text).Run();
+  Statement(db_, Prepared("INSERT INTO messages(kind, text) VALUES(?, ?)")).Bind(kind).Bind(text).Run();
 }
 
 void Archive::Close() {
@@ -304,6 +327,7 @@ void Archive::CloseLocked() {
   } catch (const WriteError& e) {
     failure = e.what();
   }
+  FinalizeStatements();
   sqlite3_close(db_);
   db_ = nullptr;
   if (!failure.empty()) throw WriteError(failure);

@@ -10,11 +10,13 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 struct sqlite3;
+struct sqlite3_stmt;
 
 namespace refhost {
 
@@ -69,9 +71,12 @@ class Archive {
  private:
   explicit Archive(sqlite3* db);
   void Execute(const char* sql);
+  sqlite3_stmt* Prepared(const char* sql);
+  void FinalizeStatements();
   void CommitLocked();
   void CloseLocked();
   sqlite3* db_;
+  std::map<const char*, sqlite3_stmt*> statements_;
   bool in_transaction_ = false;
   std::recursive_mutex mutex_;
 };

@@ -46,6 +46,7 @@ host::Value HostObject::Get(std::string_view member) {
 }
 
 void HostObject::Set(std::string_view member, const host::Value& value) {
+  if (!session_->tracing()) return AsHostFailure(*session_, [&] { Write(member, value); });
   nlohmann::ordered_json line;
   line["obj"] = trace_name_;
   line["op"] = "set";
@@ -62,6 +63,12 @@ void HostObject::Set(std::string_view member, const host::Value& value) {
 }
 
 host::Value HostObject::Call(std::string_view member, host::Args& args) {
+  if (!session_->tracing()) {
+    return AsHostFailure(*session_, [&] {
+      if (session_->CountCall(trace_name_, member)) throw host::Failure(kSimulatedFailure, kSimulatedFailureText);
+      return Invoke(member, args);
+    });
+  }
   std::vector<host::Value> before;
   for (const host::Arg& arg : args) before.push_back(arg.value());
   nlohmann::ordered_json line;
@@ -119,6 +126,17 @@ nlohmann::ordered_json MemberBag::ToJson() const {
   nlohmann::ordered_json json = nlohmann::ordered_json::object();
   for (const auto& [member, value] : members_) json[member] = TypedValue(value);
   return json;
+}
+
+std::string MemberBag::JsonText() const {
+  std::string text = "{";
+  for (const auto& [member, value] : members_) {
+    if (text.size() > 1) text += ',';
+    AppendJsonString(text, member);
+    text += ':';
+    AppendTypedValue(text, value);
+  }
+  return text + "}";
 }
 
 void RequireArgs(const host::Args& args, size_t count) { RequireArgs(args, count, count); }

@@ -60,6 +60,8 @@ class MemberBag {
   void Set(std::string_view name, const host::Value& value);
   // {"name": typed value, ...} in order of first setting.
   nlohmann::ordered_json ToJson() const;
+  // The same as JSON text, as refhost::JsonText writes it.
+  std::string JsonText() const;
 
  private:
   std::vector<std::pair<std::string, host::Value>> members_;

@@ -34,10 +34,14 @@ T& ObjectArg(const host::Arg& arg) {
   return *object;
 }
 
-nlohmann::ordered_json TypedArgs(const host::Args& args) {
-  nlohmann::ordered_json json = nlohmann::ordered_json::array();
-  for (const host::Arg& arg : args) json.push_back(TypedValue(arg.value()));
-  return json;
+// The arguments as a JSON array of typed values.
+std::string TypedArgsText(const host::Args& args) {
+  std::string text = "[";
+  for (const host::Arg& arg : args) {
+    if (text.size() > 1) text += ',';
+    AppendTypedValue(text, arg.value());
+  }
+  return text + "]";
 }
 
 class StoreObject : public HostObject {
@@ -56,7 +60,7 @@ class StoreObject : public HostObject {
   }
 
   // One Salva: a records row, unless the store says otherwise.
-  virtual void Save(host::Args& args) { session().archive().AddRecord(patient_, store_, JsonText(TypedArgs(args))); }
+  virtual void Save(host::Args& args) { session().archive().AddRecord(patient_, store_, TypedArgsText(args)); }
 
   const std::string& store() const { return store_; }
   int64_t patient() const { return patient_; }
@@ -136,7 +140,7 @@ class RicetteStore : public StoreObject {
   void Save(host::Args& args) override {
     RequireArgs(args, 1);
     auto& ricetta = ObjectArg<RicettaObject>(args[0]);
-    ricetta.prescription_id = session().archive().AddPrescription(patient(), JsonText(ricetta.members().ToJson()));
+    ricetta.prescription_id = session().archive().AddPrescription(patient(), ricetta.members().JsonText());
   }
 };
 
@@ -151,7 +155,7 @@ class ItemStore : public StoreObject {
     RequireArgs(args, 2);
     auto& item = ObjectArg<ItemRicettaObject>(args[0]);
     auto& ricetta = ObjectArg<RicettaObject>(args[1]);
-    session().archive().AddPrescriptionItem(ricetta.prescription_id, store(), JsonText(item.members().ToJson()));
+    session().archive().AddPrescriptionItem(ricetta.prescription_id, store(), item.members().JsonText());
   }
 };
 

@@ -54,7 +54,7 @@ std::shared_ptr<PatientRecord> Session::BeginPatient() {
 }
 
 void Session::ImportPatient(PatientRecord& patient) {
-  archive().SavePatient(patient.number, JsonText(patient.members.ToJson()));
+  archive().SavePatient(patient.number, patient.members.JsonText());
   patient.imported = true;
   patient.changed_since_write = false;
 }

@@ -62,6 +62,8 @@ class Session {
 
   // A line of the trace; nothing without a trace.
   void WriteTrace(const nlohmann::ordered_json& line);
+  // Whether there is a trace: without one, no line needs making.
+  bool tracing() const { return setup_.trace != nullptr; }
   // Counts a call against the --fail plan; true if it must fail.
   bool CountCall(std::string_view object_name, std::string_view member) {
     return setup_.failures.CountCall(object_name, member);

@@ -1,6 +1,8 @@
 #include "tools/kairon-convert/typed_value.h"
 
+#include <cstdint>
 #include <cstdio>
+#include <string_view>
 
 #include "tools/kairon-convert/host_object.h"
 
@@ -71,8 +73,198 @@ bool ResultOf(const host::Value& value) {
   }
 }
 
+namespace {
+
+// Whether text is well-formed UTF-8: no overlong forms, no surrogates,
+// nothing past U+10FFFF.
+bool IsWellFormedUtf8(std::string_view text) {
+  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+  const auto* end = p + text.size();
+  while (p < end) {
+    const unsigned char c = *p;
+    if (c < 0x80) {
+      ++p;
+      continue;
+    }
+    int more;
+    unsigned char low = 0x80, high = 0xBF;
+    if (c >= 0xC2 && c <= 0xDF) {
+      more = 1;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+      more = 2;
+      if (c == 0xE0) low = 0xA0;
+      if (c == 0xED) high = 0x9F;
+    } else if (c >= 0xF0 && c <= 0xF4) {
+      more = 3;
+      if (c == 0xF0) low = 0x90;
+      if (c == 0xF4) high = 0x8F;
+    } else {
+      return false;
+    }
+    if (end - p <= more) return false;
+    if (p[1] < low || p[1] > high) return false;
+    for (int k = 2; k <= more; ++k)
+      if (p[k] < 0x80 || p[k] > 0xBF) return false;
+    p += more + 1;
+  }
+  return true;
+}
+
+void AppendString(std::string& out, const std::string& text) {
+  if (!IsWellFormedUtf8(text)) {
+    // The library's own way of replacing what isn't UTF-8.
+    out += nlohmann::ordered_json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return;
+  }
+  out += '"';
+  size_t plain_from = 0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (static_cast<unsigned char>(c) >= 0x20 && c != '"' && c != '\\') continue;
+    out.append(text, plain_from, i - plain_from);
+    plain_from = i + 1;
+    switch (c) {
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\b':
+        out += "\\b";
+        break;
+      case '\f':
+        out += "\\f";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      default:
+        char escaped[8];
+        std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(c));
+        out += escaped;
+    }
+  }
+  out.append(text, plain_from, std::string::npos);
+  out += '"';
+}
+
+void AppendJson(std::string& out, const nlohmann::ordered_json& json) {
+  switch (json.type()) {
+    case nlohmann::json::value_t::object: {
+      out += '{';
+      bool first = true;
+      for (const auto& [key, value] : json.items()) {
+        if (!first) out += ',';
+        first = false;
+        AppendString(out, key);
+        out += ':';
+        AppendJson(out, value);
+      }
+      out += '}';
+      break;
+    }
+    case nlohmann::json::value_t::array: {
+      out += '[';
+      bool first = true;
+      for (const auto& value : json) {
+        if (!first) out += ',';
+        first = false;
+        AppendJson(out, value);
+      }
+      out += ']';
+      break;
+    }
+    case nlohmann::json::value_t::string:
+      AppendString(out, json.get_ref<const std::string&>());
+      break;
+    case nlohmann::json::value_t::boolean:
+      out += json.get<bool>() ? "true" : "false";
+      break;
+    case nlohmann::json::value_t::number_integer:
+      out += std::to_string(json.get<int64_t>());
+      break;
+    case nlohmann::json::value_t::number_unsigned:
+      out += std::to_string(json.get<uint64_t>());
+      break;
+    case nlohmann::json::value_t::null:
+      out += "null";
+      break;
+    default:
+      // Floating point (and whatever else) as the library writes it.
+      out += json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  }
+}
+
+}  // namespace
+
+void AppendJsonString(std::string& out, const std::string& text) { AppendString(out, text); }
+
+// What JsonText(TypedValue(value)) gives, without making the JSON value.
+void AppendTypedValue(std::string& out, const host::Value& value) {
+  auto typed = [&](const char* type) {
+    out += "{\"type\":\"";
+    out += type;
+    out += "\",\"value\":";
+  };
+  switch (value.type()) {
+    case host::Type::Empty:
+      typed("empty");
+      out += "null";
+      break;
+    case host::Type::Null:
+      typed("null");
+      out += "null";
+      break;
+    case host::Type::Text:
+      typed("text");
+      AppendString(out, value.text());
+      break;
+    case host::Type::I16:
+      typed("i16");
+      out += std::to_string(value.integer());
+      break;
+    case host::Type::I32:
+      typed("i32");
+      out += std::to_string(value.integer());
+      break;
+    case host::Type::F64:
+      typed("f64");
+      AppendJson(out, nlohmann::ordered_json(value.number()));
+      break;
+    case host::Type::Bool:
+      typed("bool");
+      out += value.integer() != 0 ? "true" : "false";
+      break;
+    case host::Type::Date:
+      typed("date");
+      AppendString(out, IsoDate(value.date()));
+      break;
+    case host::Type::Object:
+      typed("object");
+      AppendString(out, value.is_object() ? TraceNameOf(value.object()) : "?");
+      break;
+    case host::Type::Bytes:
+      typed("bytes");
+      out += std::to_string(value.bytes().size());
+      break;
+  }
+  out += '}';
+}
+
+// The compact form that the library's dump gives, replacing bytes that
+// aren't UTF-8 as it does, written without its per-character machinery.
 std::string JsonText(const nlohmann::ordered_json& json) {
-  return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  std::string out;
+  out.reserve(256);
+  AppendJson(out, json);
+  return out;
 }
 
 }  // namespace refhost

@@ -25,4 +25,8 @@ bool ResultOf(const host::Value& value);
 // U+FFFD.
 std::string JsonText(const nlohmann::ordered_json& json);
 
+// Appends to out what JsonText gives for a string, and for TypedValue(value).
+void AppendJsonString(std::string& out, const std::string& text);
+void AppendTypedValue(std::string& out, const host::Value& value);
+
 }  // namespace refhost
