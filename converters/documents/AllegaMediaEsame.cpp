@@ -18,7 +18,7 @@ void clsAmbulor::AllegaMediaEsame(host::Value& paziente, const std::string& cod_
   ImpostaCartellaTemporanea();
   filing::TempFolder cartella(path_ambulor_);
   source::Recordset rs;
-  rs.Open("SELECT * from IMAGES where (CodEsame = '" + cod_esame + "')", conn_media_);
+  rs.Open("SELECT * from IMAGES where (CodEsame = ?)", {cod_esame}, conn_media_);
   std::string percorso;
   for (; !rs.Eof(); rs.MoveNext()) {
     host::Value id = "";

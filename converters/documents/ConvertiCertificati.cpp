@@ -19,7 +19,7 @@ bool clsAmbulor::ConvertiCertificati(const std::string& cod_cart, host::Value& p
     ImpostaCartellaTemporanea();
     filing::TempFolder cartella(path_ambulor_);
     source::Recordset rs;
-    rs.Open("SELECT * from MODULI where CodCart = ('" + cod_cart + "')", conn_media_);
+    rs.Open("SELECT * from MODULI where CodCart = (?)", {cod_cart}, conn_media_);
     for (; !rs.Eof(); rs.MoveNext()) {
       host::Value id = "";
       const std::vector<uint8_t> bytes = BytesOf(rs.Bytes("bindata"));

@@ -35,7 +35,7 @@ std::string Flag(const host::Value& column) { return TextOf(column) == "X" ? "1"
 bool clsAmbulor::ConvertiCertificatiINPS(const std::string& cod_cart, host::Value& paziente) {
   try {
     source::Recordset rs;
-    rs.Open("SELECT * from CERTINPS where CodCart = ('" + cod_cart + "')", conn_user_);
+    rs.Open("SELECT * from CERTINPS where CodCart = (?)", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       const host::Date inizio = DataCertificato(rs.Field("DATAINI"));
       const host::Date termine = DataCertificato(rs.Field("DATATER"));

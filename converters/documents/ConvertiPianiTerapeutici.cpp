@@ -18,7 +18,7 @@ bool clsAmbulor::ConvertiPianiTerapeutici(const std::string& cod_cart, host::Val
     ImpostaCartellaTemporanea();
     filing::TempFolder cartella(path_ambulor_);
     source::Recordset rs;
-    rs.Open("SELECT * from PIANOTERAP where CodCart = ('" + cod_cart + "')", conn_user_);
+    rs.Open("SELECT * from PIANOTERAP where CodCart = (?)", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       host::Value id = "";
       host::Value id_problema;
@@ -27,7 +27,7 @@ bool clsAmbulor::ConvertiPianiTerapeutici(const std::string& cod_cart, host::Val
 
       if (!TextOf(rs.Field("COD_SCAN")).empty()) {
         source::Recordset scansione;
-        scansione.Open("SELECT * from SCANSIONI where CODESAME = ('" + rs.QueryText("CODPIANO") + "')", conn_media_);
+        scansione.Open("SELECT * from SCANSIONI where CODESAME = (?)", {rs.QueryText("CODPIANO")}, conn_media_);
         if (!scansione.Eof()) {
           const std::vector<uint8_t> bytes = filing::RequiredBytes(scansione.Bytes("bindata"));
           if (bytes.size() >= 4) {

@@ -35,7 +35,7 @@ int32_t RecordReferto(const host::Value& record) {
 bool clsAmbulor::ConvertiReferti(const std::string& cod_cart, host::Value& paziente) {
   try {
     source::Recordset rs;
-    rs.Open("SELECT * from REFERTI where CodCart = ('" + cod_cart + "')", conn_user_);
+    rs.Open("SELECT * from REFERTI where CodCart = (?)", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
       std::string cod_esame;
       host::Value lista_id = "";
@@ -43,7 +43,7 @@ bool clsAmbulor::ConvertiReferti(const std::string& cod_cart, host::Value& pazie
       const std::string testo_referto = TextOf(referto);
 
       source::Recordset esami;
-      esami.Open("SELECT * from ESAMI where CODESAME = '" + rs.QueryText("CODESAME") + "'", conn_user_);
+      esami.Open("SELECT * from ESAMI where CODESAME = ?", {rs.QueryText("CODESAME")}, conn_user_);
       if (!esami.Eof()) {
         const std::string data = esami.Field("Data").is_null() ? "01/01/2012" : DateText(esami.Field("Data"));
         cod_esame = esami.QueryText("CODESAME");

@@ -17,7 +17,7 @@ bool clsAmbulor::ConvertiRegistrazioniPrivate(const std::string& cod_cart, host:
     ImpostaCartellaTemporanea();
     filing::TempFolder cartella(path_ambulor_);
     source::Recordset rs;
-    rs.Open("SELECT * from IMAGES where CodCart = ('" + cod_cart + "')", conn_media_);
+    rs.Open("SELECT * from IMAGES where CodCart = (?)", {cod_cart}, conn_media_);
     for (; !rs.Eof(); rs.MoveNext()) {
       if (!CercaMediaUsato(TextOf(rs.Field("MediaCode"))).empty()) continue;
       const std::string data = DateText(rs.Field("Data"), "01/01/2012");

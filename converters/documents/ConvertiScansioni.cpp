@@ -31,7 +31,7 @@ bool clsAmbulor::ConvertiScansioni(const std::string& cod_cart, host::Value& paz
     ImpostaCartellaTemporanea();
     filing::TempFolder cartella(path_ambulor_);
     source::Recordset rs;
-    rs.Open("SELECT * from IMAGES where CodCart = ('" + cod_cart + "')", conn_media_);
+    rs.Open("SELECT * from IMAGES where CodCart = (?)", {cod_cart}, conn_media_);
     for (; !rs.Eof(); rs.MoveNext()) {
       bool usata = false;
       PassaOltre([&] { usata = immagini_usate_->Contains("I" + TextOf(rs.Field("Record"))); });
