@@ -43,9 +43,10 @@ std::string Path(const std::string& given, const std::string& data_dir, const ch
 // same name (without regard to case).
 std::map<std::string, std::string> Utente(const std::map<std::string, std::string>& given) {
   std::map<std::string, std::string> utente = DefaultUtente();
-  for (const auto& [member, text] : given) {
+  for (const auto& entry : given) {
+    const std::string& member = entry.first;
     std::erase_if(utente, [&](const auto& held) { return host::SameName(held.first, member); });
-    utente[member] = text;
+    utente[member] = entry.second;
   }
   return utente;
 }
