@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -129,8 +130,23 @@ std::string Archive::NotOurArchive(const std::string& path) {
   char header[sizeof kHeader] = {};
   if (!in.read(header, sizeof header) || std::memcmp(header, kHeader, sizeof kHeader) != 0)
     return "is not an SQLite file";
+  // Opened as immutable: a plain read-only opening of an archive that a
+  // killed run left in WAL mode would create -wal and -shm beside it and
+  // leave them there, which a refusal mustn't, and which would then bar
+  // --overwrite for good. The caller has made sure no log lies beside it.
+  std::string uri = "file:";
+  for (unsigned char c : path) {
+    if (c == '%' || c == '?' || c == '#' || c < 0x20) {
+      char escaped[4];
+      std::snprintf(escaped, sizeof escaped, "%%%02X", c);
+      uri += escaped;
+    } else {
+      uri += static_cast<char>(c);
+    }
+  }
+  uri += "?immutable=1";
   sqlite3* db = nullptr;
-  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+  if (sqlite3_open_v2(uri.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr) != SQLITE_OK) {
     std::string cause = db ? Cause(db) : "out of memory";
     sqlite3_close(db);
     return "can't be read: " + cause;
