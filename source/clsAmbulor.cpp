@@ -25,7 +25,9 @@ clsAmbulor::~clsAmbulor() { ChiudiDatabase(); }
 
 bool clsAmbulor::Init(const std::string& path_ambulor) {
   try {
-    if (!EsisteFile(path_ambulor)) {
+    // A server's "host:path" names no file here: the server tells whether
+    // it has it when the databases are opened.
+    if (!EsisteFile(path_ambulor) && source::opening::IsLocalPath(path_ambulor)) {
       // Nothing in LastError; the person is still told why.
       if (!host::text::Trim(path_ambulor).empty()) apertura_.SetCause(source::opening::CheckFile(path_ambulor).cause);
       return false;

@@ -26,8 +26,9 @@ class clsAmbulor {
   clsAmbulor(const clsAmbulor&) = delete;
   clsAmbulor& operator=(const clsAmbulor&) = delete;
 
-  // Keeps the path of the user database and gives true if a file lies there;
-  // a missing file gives false and leaves LastError as it was.
+  // Keeps the path of the user database and gives true if a file lies there,
+  // or if it is a server's "host:path"; a missing file gives false and
+  // leaves LastError as it was.
   bool Init(const std::string& path_ambulor);
 
   // Opens the three databases and gives the doctors of STUDIO as "surname
