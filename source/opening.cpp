@@ -291,7 +291,7 @@ std::string CauseOfAttachFailure(const std::string& path, const host::Failure& f
   }
   if (failure.number() == kNotADatabase || failure.number() == kCorrupt || Says(failure, "corrupt") ||
       Says(failure, "checksum") || Says(failure, "wrong page type") || Says(failure, "short read") ||
-      Says(failure, "end of file"))
+      Says(failure, "end of file") || Says(failure, "size is less than expected"))
     return CorruptCause(path, engine.substr(1, engine.size() - 2));
   if (Says(failure, "read-write access") || Says(failure, "permission denied"))
     return "L'utente " + UserName() + " non può aprire il file " + Quoted(path) +

@@ -172,7 +172,7 @@ TEST_F(OpeningCauses, AFileCutAtAPageBoundaryIsCaughtByTheEngineAndStillNamed) {
   EXPECT_TRUE(tested.result);
   EXPECT_EQ(tested.lista_medici, "");
   EXPECT_NE(tested.cause.find("GX_MEDIA.FDB"), std::string::npos) << tested.cause;
-  EXPECT_NE(tested.cause.find("Firebird"), std::string::npos) << tested.cause;
+  EXPECT_NE(tested.cause.find("troncato o danneggiato"), std::string::npos) << tested.cause;
 }
 
 // The reference host prints the cause beside its usual output, which stays
