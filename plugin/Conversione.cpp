@@ -29,6 +29,10 @@ host::Value Conversione::Get(std::string_view member) {
   if (host::SameName(member, "TipoOrigine")) return host::Value::I32(3);
   if (host::SameName(member, "DefaultFile")) return "GX_USER.FDB";
   if (host::SameName(member, "ListaOpzioni")) return kListaOpzioni;
+  // Beside the host's contract: why the last Test's source didn't open, and
+  // the private folder of copies that a host may remove if it ends at once.
+  if (host::SameName(member, "CausaApertura")) return worker_ ? worker_->CausaApertura() : std::string();
+  if (host::SameName(member, "CopiaPrivata")) return worker_ ? worker_->CopiaPrivata() : std::string();
   for (const char* empty : {"DefaultDSN", "DefaultHost", "DefaultPort", "DefaultDatabaseName", "DefaultUsername",
                             "DefaultPassword", "DefaultCartellaImmagini"}) {
     if (host::SameName(member, empty)) return "";

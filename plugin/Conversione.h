@@ -29,7 +29,10 @@ class Conversione : public host::Object {
   ~Conversione() override;
 
   // Properties: LastError, NomeProgramma, TipoOrigine, the Default...
-  // texts, ListaOpzioni. All read-only.
+  // texts, ListaOpzioni; and, for hosts that know them, CausaApertura (why
+  // the source of the last Test didn't open, in words with a remedy; empty
+  // if it did) and CopiaPrivata (the folder of the private copies of a
+  // read-only source while they are open). All read-only.
   host::Value Get(std::string_view member) override;
   // Every property is read-only: raises 438.
   void Set(std::string_view member, const host::Value& value) override;

@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   g++ cmake make pkg-config
-  libfbclient2 firebird3.0-server-core firebird-dev firebird3.0-utils
+  libfbclient2 firebird3.0-server-core firebird3.0-server firebird-dev firebird3.0-utils
   libicu-dev zlib1g-dev libsqlite3-dev libssl-dev libcsv-dev
   libcli11-dev nlohmann-json3-dev libgtest-dev
   time sqlite3

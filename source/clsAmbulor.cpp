@@ -3,6 +3,7 @@
 #include "host/object.h"
 #include "host/text.h"
 #include "plugin/modConversione.h"
+#include "source/opening.h"
 #include "source/recordset.h"
 
 namespace cnv {
@@ -24,7 +25,13 @@ clsAmbulor::~clsAmbulor() { ChiudiDatabase(); }
 
 bool clsAmbulor::Init(const std::string& path_ambulor) {
   try {
-    if (!EsisteFile(path_ambulor)) return false;
+    // A server's "host:path" names no file here: the server tells whether
+    // it has it when the databases are opened.
+    if (!EsisteFile(path_ambulor) && source::opening::IsLocalPath(path_ambulor)) {
+      // Nothing in LastError; the person is still told why.
+      if (!host::text::Trim(path_ambulor).empty()) apertura_.SetCause(source::opening::CheckFile(path_ambulor).cause);
+      return false;
+    }
     path_ambulor_ = path_ambulor;
     return true;
   } catch (...) {
@@ -38,15 +45,27 @@ void clsAmbulor::ApriDatabase() {
   size_t length = host::text::Length(path_ambulor_);
   if (length < kUserFileNameLength) host::failures::Raise(host::failures::kInvalidArgument);
   std::string folder = host::text::Left(path_ambulor_, length - kUserFileNameLength);
-  conn_user_.Open(ConnectionTextOf(path_ambulor_));
-  conn_media_.Open(ConnectionTextOf(folder + "GX_MEDIA.FDB"));
-  conn_data_.Open(ConnectionTextOf(folder + "GX_DATA.FDB"));
+  // Each file is checked before the engine sees it, and opened through a
+  // private copy when it can't be written; a failure keeps its cause.
+  const auto open = [this](source::Connection& connection, const std::string& path) {
+    const std::string attached = apertura_.Prepare(path);
+    try {
+      connection.Open(ConnectionTextOf(attached));
+    } catch (const host::Failure& failure) {
+      apertura_.Explain(path, failure);
+      throw;
+    }
+  };
+  open(conn_user_, path_ambulor_);
+  open(conn_media_, folder + "GX_MEDIA.FDB");
+  open(conn_data_, folder + "GX_DATA.FDB");
 }
 
 void clsAmbulor::ChiudiDatabase() {
   conn_user_.Close();
   conn_media_.Close();
   conn_data_.Close();
+  apertura_.RemoveCopies();
 }
 
 std::string clsAmbulor::ListaMedici() {

@@ -13,6 +13,7 @@
 #include "host/value.h"
 #include "source/connection.h"
 #include "source/keyed_list.h"
+#include "source/opening.h"
 #include "source/recordset.h"
 
 namespace cnv {
@@ -25,8 +26,9 @@ class clsAmbulor {
   clsAmbulor(const clsAmbulor&) = delete;
   clsAmbulor& operator=(const clsAmbulor&) = delete;
 
-  // Keeps the path of the user database and gives true if a file lies there;
-  // a missing file gives false and leaves LastError as it was.
+  // Keeps the path of the user database and gives true if a file lies there,
+  // or if it is a server's "host:path"; a missing file gives false and
+  // leaves LastError as it was.
   bool Init(const std::string& path_ambulor);
 
   // Opens the three databases and gives the doctors of STUDIO as "surname
@@ -35,6 +37,12 @@ class clsAmbulor {
   std::string ListaMedici();
 
   const std::string& LastError() const { return last_error_; }
+
+  // Why the source didn't open, in words with a remedy (empty while nothing
+  // failed), and the private folder of the copies of read-only files that
+  // are open (empty if none).
+  const std::string& CausaApertura() const { return apertura_.cause(); }
+  const std::string& CopiaPrivata() const { return apertura_.private_folder(); }
 
   // The conversion run over all patients (driver/Converti.cpp). Gives true
   // when the run reached its end or was stopped by the host, false with
@@ -137,6 +145,7 @@ class clsAmbulor {
   std::string last_error_;
   host::Value stop_ = host::Value::Bool(false);
   std::string path_ambulor_;
+  source::opening::Opening apertura_;
   source::Connection conn_user_;
   source::Connection conn_media_;
   source::Connection conn_data_;

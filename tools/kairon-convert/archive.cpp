@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -134,8 +135,30 @@ std::string Archive::NotOurArchive(const std::string& path) {
   char header[sizeof kHeader] = {};
   if (!in.read(header, sizeof header) || std::memcmp(header, kHeader, sizeof kHeader) != 0)
     return "is not an SQLite file";
+  // An archive that a killed run left in WAL mode (the header's read and
+  // write versions are 2) is opened as immutable: a plain read-only opening
+  // would create -wal and -shm beside it and leave them there, which a
+  // refusal mustn't, and which would then bar --overwrite for good. No
+  // writer holds it, since the caller has made sure no log lies beside it.
+  // Other archives are opened plainly, so that SQLite's lock of another
+  // program is seen.
+  unsigned char versions[2] = {};
+  in.seekg(18);
+  in.read(reinterpret_cast<char*>(versions), 2);
+  const bool wal = in && versions[0] == 2 && versions[1] == 2;
+  std::string uri = "file:";
+  for (unsigned char c : path) {
+    if (c == '%' || c == '?' || c == '#' || c < 0x20) {
+      char escaped[4];
+      std::snprintf(escaped, sizeof escaped, "%%%02X", c);
+      uri += escaped;
+    } else {
+      uri += static_cast<char>(c);
+    }
+  }
+  if (wal) uri += "?immutable=1";
   sqlite3* db = nullptr;
-  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+  if (sqlite3_open_v2(uri.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr) != SQLITE_OK) {
     std::string cause = db ? Cause(db) : "out of memory";
     sqlite3_close(db);
     return "can't be read: " + cause;

@@ -55,8 +55,9 @@ std::string Upper(std::string_view s) {
 
 }  // namespace
 
-std::vector<std::vector<std::string>> ReadCsv(const std::string& path) {
-  std::string content = ReadFile(path);
+std::vector<std::vector<std::string>> ReadCsv(const std::string& path) { return ParseCsv(ReadFile(path), path); }
+
+std::vector<std::vector<std::string>> ParseCsv(std::string_view content, const std::string& name) {
   size_t start = content.compare(0, 3, "\xEF\xBB\xBF") == 0 ? 3 : 0;
   csv_parser parser;
   if (csv_init(&parser, CSV_STRICT | CSV_STRICT_FINI) != 0) throw std::runtime_error("csv: out of memory");
@@ -67,12 +68,14 @@ std::vector<std::vector<std::string>> ReadCsv(const std::string& path) {
             csv_fini(&parser, OnField, OnRowEnd, &rows) == 0;
   std::string error = ok ? "" : csv_strerror(csv_error(&parser));
   csv_free(&parser);
-  if (!ok) throw std::runtime_error(path + ": " + error);
+  if (!ok) throw std::runtime_error(name + ": " + error);
   return std::move(rows.rows);
 }
 
-Catalogue Catalogue::Load(const std::string& path) {
-  std::vector<std::vector<std::string>> rows = ReadCsv(path);
+Catalogue Catalogue::Load(const std::string& path) { return Parse(ReadFile(path), path); }
+
+Catalogue Catalogue::Parse(std::string_view content, const std::string& path) {
+  std::vector<std::vector<std::string>> rows = ParseCsv(content, path);
   if (rows.empty() || rows.front().empty() || rows.front().front() != "code")
     throw std::runtime_error(path + ": the header must begin with the column code");
   Catalogue catalogue;

@@ -18,6 +18,8 @@ namespace refhost {
 // std::runtime_error for a file that can't be read or quoting that is
 // broken.
 std::vector<std::vector<std::string>> ReadCsv(const std::string& path);
+// The same for a CSV text already read; name stands for the file in errors.
+std::vector<std::vector<std::string>> ParseCsv(std::string_view content, const std::string& name);
 
 class Catalogue {
  public:
@@ -25,6 +27,8 @@ class Catalogue {
   // column isn't "code", or a row with another number of fields than the
   // header. Of two rows with one code, the first counts.
   static Catalogue Load(const std::string& path);
+  // The same for the CSV text of a file; path names it in errors.
+  static Catalogue Parse(std::string_view content, const std::string& path);
 
   // The names of an entry's members: the columns after "code".
   const std::vector<std::string>& columns() const { return columns_; }

@@ -43,9 +43,10 @@ std::string Path(const std::string& given, const std::string& data_dir, const ch
 // same name (without regard to case).
 std::map<std::string, std::string> Utente(const std::map<std::string, std::string>& given) {
   std::map<std::string, std::string> utente = DefaultUtente();
-  for (const auto& [member, text] : given) {
+  for (const auto& entry : given) {
+    const std::string& member = entry.first;
     std::erase_if(utente, [&](const auto& held) { return host::SameName(held.first, member); });
-    utente[member] = text;
+    utente[member] = entry.second;
   }
   return utente;
 }
@@ -243,6 +244,21 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
     outcome.test_result = test.result;
     outcome.lista_medici = test.lista_medici;
     outcome.last_error = test.last_error;
+    outcome.opening_cause = test.opening_cause;
+    if (!test.private_copy.empty()) {
+      // The plug-in removes its private copies when it is done with them;
+      // a program that ends at once removes them here.
+      under_way.Then([&, copy = test.private_copy] {
+        session->Abandon();
+        try {
+          outputs->PutInPlace();
+        } catch (const WriteError&) {
+        }
+        tempdir.Remove();
+        std::error_code ignored;
+        std::filesystem::remove_all(copy, ignored);
+      });
+    }
     if (test.result) {
       std::vector<std::string> doctors = SplitDoctors(test.lista_medici);
       std::string medico = options.medico ? *options.medico : doctors.empty() ? "" : doctors.front();

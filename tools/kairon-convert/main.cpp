@@ -95,13 +95,15 @@ int TestCommand(const host::ObjectRef& conversione, const std::string& conn, boo
     std::cout << "Test: " << (outcome.result ? "true" : "false") << "\n";
     for (const std::string& doctor : refhost::SplitDoctors(outcome.lista_medici)) std::cout << doctor << "\n";
     std::cout << "LastError: " << outcome.last_error << "\n";
-    // Test answers only whether the user database's file exists; a source
-    // whose databases don't open gives true without doctors, and the
-    // plug-in keeps the database's message to itself.
-    if (outcome.result && outcome.lista_medici.empty())
-      std::cerr << "kairon-convert: no doctors listed: STUDIO is empty, or one of GX_USER.FDB, GX_MEDIA.FDB,"
-                   " GX_DATA.FDB is missing or can't be opened\n";
   }
+  // Test answers only whether the user database's file exists; a source
+  // whose databases don't open gives true without doctors. A plug-in that
+  // tells why is heard.
+  if (!outcome.opening_cause.empty())
+    std::cerr << "kairon-convert: the source can't be opened: " << outcome.opening_cause << "\n";
+  else if (!json && outcome.result && outcome.lista_medici.empty())
+    std::cerr << "kairon-convert: no doctors listed: STUDIO is empty, or one of GX_USER.FDB, GX_MEDIA.FDB,"
+                 " GX_DATA.FDB is missing or can't be opened\n";
   return outcome.result ? kSuccess : kTestFalse;
 }
 
@@ -143,6 +145,10 @@ void PrintSummary(const refhost::ConvertOutcome& outcome) {
   std::printf("%-28s %s\n", "Result", outcome.result ? "true" : "false");
   std::printf("%-28s %s\n", "LastError", outcome.last_error.c_str());
   if (!outcome.write_failure.empty()) std::printf("%-28s %s\n", "Stopped because", outcome.write_failure.c_str());
+  if (!outcome.opening_cause.empty()) {
+    std::fflush(stdout);
+    std::cerr << "kairon-convert: the source can't be opened: " << outcome.opening_cause << "\n";
+  }
 }
 
 int ConvertCommand(const host::ObjectRef& conversione, const refhost::ConvertOptions& options) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "host/failure.h"
 #include "host/text.h"
 
 #include "tools/kairon-convert/reference_host.h"
@@ -74,7 +75,18 @@ TestOutcome RunTest(const host::ObjectRef& conversione, const std::string& conn)
   outcome.result = ResultOf(result);
   outcome.lista_medici = host::TextOf(lista_medici);
   outcome.last_error = host::TextOf(conversione->Get("LastError"));
+  outcome.opening_cause = OptionalText(conversione, "CausaApertura");
+  outcome.private_copy = OptionalText(conversione, "CopiaPrivata");
   return outcome;
+}
+
+std::string OptionalText(const host::ObjectRef& conversione, const char* property) {
+  try {
+    return host::TextOf(conversione->Get(property));
+  } catch (const host::Failure& failure) {
+    if (failure.number() == host::failures::kMemberNotSupported) return "";
+    throw;
+  }
 }
 
 std::string TestJson(const TestOutcome& outcome) {

@@ -64,10 +64,18 @@ struct TestOutcome {
   bool result = false;
   std::string lista_medici;  // as returned
   std::string last_error;
+  // Read only from a plug-in that has them (beside the contract): why the
+  // source didn't open, in words, and the folder of its private copies.
+  std::string opening_cause;
+  std::string private_copy;
 };
 
 // Calls Test with conn, as given. Passes on a host::Failure that Test raises.
 TestOutcome RunTest(const host::ObjectRef& conversione, const std::string& conn);
+
+// A text property that a plug-in may not have: its text, or empty text when
+// the plug-in answers that it has no such member (438).
+std::string OptionalText(const host::ObjectRef& conversione, const char* property);
 
 // test --json: {"result": bool, "ListaMedici": text, "LastError": text}.
 std::string TestJson(const TestOutcome& outcome);
@@ -122,6 +130,7 @@ struct ConvertOutcome {
   bool result = false;  // Converti's result (false if Test gave false)
   std::string last_error;
   std::string lista_medici;
+  std::string opening_cause;  // as TestOutcome's
   std::optional<PluginFailure> raised;               // Test or Converti raised instead of answering
   std::map<std::string, int64_t> records_per_store;  // every Salva, by store
   int patients_ok = 0, patients_err = 0;
