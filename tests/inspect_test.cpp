@@ -1,0 +1,109 @@
+// ambulor-inspect against small sources written row by row, where every
+// figure is known: what is missing and what it does, rows that match no
+// patient, bytes of binary columns, doctors, and the exit status.
+#include <cstdlib>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "support/fixture.h"
+#include "tools/ambulor-inspect/inspection.h"
+
+namespace {
+
+using fixture::json;
+
+host::Value Bytes(const std::string& content) {
+  return host::Value::Bytes(std::vector<uint8_t>(content.begin(), content.end()));
+}
+
+const json& Category(const json& report, const std::string& keyword) {
+  for (const json& category : report["categories"])
+    if (category["keyword"] == keyword) return category;
+  throw std::runtime_error("no category " + keyword);
+}
+
+const json& Table(const json& report, const std::string& name) {
+  for (const json& table : report["tables"])
+    if (table["table"] == name) return table;
+  throw std::runtime_error("no table " + name);
+}
+
+int ExitStatusOf(const std::string& arguments) {
+  int status = std::system((std::string(KAIRON_INSPECT_PATH) + " " + arguments + " >/dev/null 2>&1").c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(Inspect, FiguresOfASourceWrittenRowByRow) {
+  fixture::TempDir dir;
+  auto archive = sample::Archive::Create(dir.path().string());
+  archive->Insert("STUDIO", {{"cognome", "Bianchi"}, {"nome", "Lucia"}});
+  archive->Insert("PAZIENTI", fixture::Patient("K1", "ROSSI"));
+  archive->Insert("PAZIENTI", fixture::Patient("K2 ", "VERDI"));  // stored with a trailing blank
+  archive->Insert("PAZIENTI", fixture::Patient("", "SENZA"));
+  for (const char* card : {"K1", "K1", "K2", "GONE"}) archive->Insert("BIOMETRIC", {{"CodCart", card}});
+  archive->Insert("IMAGES", {{"CodCart", "K1"}, {"bindata", Bytes("12345")}});
+  archive->Insert("IMAGES", {{"CodCart", "K2"}, {"bindata", Bytes("123")}});
+  archive->Insert("IMAGES", {{"CodCart", "LOST"}, {"bindata", host::Value::Null()}});
+  archive->Close();
+
+  json report = inspect::ToJson(inspect::Inspect(archive->user_path()));
+  EXPECT_EQ(report["patients"], 3);
+  EXPECT_EQ(report["patients_without_key"], 1);
+  EXPECT_EQ(report["doctors"], json::array({"Bianchi Lucia"}));
+  EXPECT_EQ(Table(report, "BIOMETRIC")["rows"], 4);
+  EXPECT_EQ(Table(report, "BIOMETRIC")["orphan_rows"], 1);
+  EXPECT_EQ(Table(report, "IMAGES")["orphan_rows"], 1);
+  EXPECT_EQ(Table(report, "IMAGES")["blob_bytes"], 8);
+  EXPECT_EQ(Table(report, "VACCINI")["rows"], 0);
+  EXPECT_TRUE(Table(report, "PAZIENTI")["orphan_rows"].is_null());
+  EXPECT_TRUE(report["can_run_all"]);
+  EXPECT_EQ(ExitStatusOf(archive->user_path()), 0);
+}
+
+TEST(Inspect, MissingTablesAndColumnsNameTheirCategoriesAndEffects) {
+  fixture::TempDir dir;
+  std::vector<sample::Table> schema = sample::DefaultSchema();
+  sample::DropTable(schema, "VACCINI");
+  sample::DropColumn(schema, "BIOMETRIC", "PASIST");
+  sample::DropColumn(schema, "IMAGES", "Settings");
+  sample::DropColumn(schema, "PAZIENTI", "nome");
+  auto archive = sample::Archive::Create(dir.path().string(), schema);
+  archive->Insert("PAZIENTI", fixture::Patient("K1", "ROSSI"));
+  archive->Close();
+
+  inspect::Inspection inspection = inspect::Inspect(archive->user_path());
+  json report = inspect::ToJson(inspection);
+  EXPECT_FALSE(report["can_run_all"]);
+  EXPECT_FALSE(Category(report, "vaccinazioni")["can_run"]);
+  EXPECT_FALSE(Category(report, "vaccinazioni")["tables"][0]["present"]);
+  EXPECT_FALSE(Category(report, "pressione arteriosa")["can_run"]);
+  EXPECT_TRUE(Category(report, "bmi")["can_run"]);
+  // One column of IMAGES, three categories, three effects.
+  EXPECT_FALSE(Category(report, "scansioni")["can_run"]);
+  EXPECT_FALSE(Category(report, "registrazioni private")["can_run"]);
+  EXPECT_FALSE(Category(report, "referti")["can_run"]);
+
+  std::string text = inspect::ToText(inspection);
+  EXPECT_NE(text.find("missing table VACCINI (GX_USER.FDB): every patient ends in ERR for this category"),
+            std::string::npos)
+      << text;
+  EXPECT_NE(text.find("missing column BIOMETRIC.PASIST: every patient with rows in the table ends in ERR"),
+            std::string::npos);
+  EXPECT_NE(text.find("missing column IMAGES.Settings: the rows are passed over"), std::string::npos);
+  EXPECT_NE(text.find("missing column PAZIENTI.nome: the run ends with false"), std::string::npos);
+  EXPECT_TRUE(report["doctors"].empty());
+  EXPECT_EQ(ExitStatusOf(archive->user_path()), 4);
+}
+
+TEST(Inspect, ASourceThatCantBeOpenedExitsWithTwo) {
+  fixture::TempDir dir;
+  auto archive = sample::Archive::Create(dir.path().string());
+  archive->Close();
+  std::filesystem::remove(dir.path() / "GX_MEDIA.FDB");
+  EXPECT_THROW(inspect::Inspect(archive->user_path()), inspect::Unopenable);
+  EXPECT_EQ(ExitStatusOf(archive->user_path()), 2);
+  EXPECT_EQ(ExitStatusOf(dir / "nothing-here.FDB"), 2);
+}
+
+}  // namespace

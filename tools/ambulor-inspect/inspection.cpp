@@ -1,0 +1,271 @@
+#include "tools/ambulor-inspect/inspection.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "host/failure.h"
+#include "host/text.h"
+#include "host/value.h"
+#include "source/connection.h"
+#include "source/recordset.h"
+
+namespace inspect {
+namespace {
+
+// The user database's file name; the other two lie beside it.
+constexpr size_t kUserFileNameLength = 11;
+
+std::string Upper(std::string name) {
+  std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::toupper(c); });
+  return name;
+}
+
+std::string WithoutTrailingBlanks(std::string text) {
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text;
+}
+
+// The tables of a database with their columns, names in upper case.
+using Schema = std::map<std::string, std::set<std::string>>;
+
+Schema ReadSchema(source::Connection& connection) {
+  Schema schema;
+  source::Recordset rs;
+  rs.Open("SELECT TRIM(f.RDB$RELATION_NAME) AS T, TRIM(f.RDB$FIELD_NAME) AS C FROM RDB$RELATION_FIELDS f "
+          "JOIN RDB$RELATIONS r ON r.RDB$RELATION_NAME = f.RDB$RELATION_NAME "
+          "WHERE COALESCE(r.RDB$SYSTEM_FLAG, 0) = 0",
+          connection);
+  for (; !rs.Eof(); rs.MoveNext()) schema[host::TextOf(rs.Field("T"))].insert(host::TextOf(rs.Field("C")));
+  rs.Close();
+  return schema;
+}
+
+int64_t Count(source::Connection& connection, const std::string& sql) {
+  source::Recordset rs;
+  rs.Open(sql, connection);
+  host::Value n = rs.Field("N");
+  int64_t count = n.is_null() ? 0 : static_cast<int64_t>(std::stod(host::TextOf(n)));
+  rs.Close();
+  return count;
+}
+
+struct OpenSource {
+  source::Connection user, media, data;
+  Schema user_schema, media_schema;
+  source::Connection& Of(SourceFile file) { return file == SourceFile::User ? user : file == SourceFile::Media ? media : data; }
+  const Schema& SchemaOf(SourceFile file) {
+    static const Schema none;
+    return file == SourceFile::User ? user_schema : file == SourceFile::Media ? media_schema : none;
+  }
+};
+
+}  // namespace
+
+bool CategoryState::CanRun() const {
+  for (const TableState& table : tables) {
+    if (!table.present) return false;
+    for (const ColumnState& column : table.columns)
+      if (!column.present) return false;
+  }
+  return true;
+}
+
+bool Inspection::CanRunAll() const {
+  return std::all_of(categories.begin(), categories.end(), [](const CategoryState& c) { return c.CanRun(); });
+}
+
+Inspection Inspect(const std::string& conn) {
+  Inspection inspection;
+  size_t length = host::text::Length(conn);
+  if (length < kUserFileNameLength)
+    throw Unopenable(conn + ": not the path of a GX_USER.FDB (the three databases lie in one folder)");
+  const std::string folder = host::text::Left(conn, length - kUserFileNameLength);
+
+  OpenSource source;
+  for (SourceFile file : {SourceFile::User, SourceFile::Media, SourceFile::Data}) {
+    DatabaseState state{file, file == SourceFile::User ? conn : folder + FileName(file), std::nullopt, ""};
+    std::error_code ec;
+    if (std::filesystem::is_regular_file(state.path, ec)) state.size = std::filesystem::file_size(state.path, ec);
+    try {
+      source.Of(file).Open("Driver={Firebird/InterBase(r) driver};Uid=SYSDBA;Pwd=gravelpin; DbName=" + state.path);
+      source::Recordset rs;
+      rs.Open("SELECT TRIM(COALESCE(RDB$CHARACTER_SET_NAME, 'NONE')) AS CS FROM RDB$DATABASE", source.Of(file));
+      state.character_set = host::TextOf(rs.Field("CS"));
+      rs.Close();
+    } catch (const host::Failure& failure) {
+      throw Unopenable(state.path + ": " + std::to_string(failure.number()) + " " + failure.description());
+    }
+    inspection.databases.push_back(state);
+  }
+
+  try {
+    source.user_schema = ReadSchema(source.user);
+    source.media_schema = ReadSchema(source.media);
+
+    for (const Category& category : Categories()) {
+      CategoryState state{category.keyword, category.suffix, {}};
+      for (const TableUse& use : category.tables) {
+        const Schema& schema = source.SchemaOf(use.file);
+        auto table = schema.find(Upper(use.table));
+        TableState table_state{use.table, use.file, use.per_patient, table != schema.end(), {}};
+        for (const ColumnUse& column : use.columns)
+          table_state.columns.push_back(
+              {column.name, table != schema.end() && table->second.count(Upper(column.name)) > 0, column.effect});
+        state.tables.push_back(std::move(table_state));
+      }
+      inspection.categories.push_back(std::move(state));
+    }
+
+    // The patients' keys, as stored, for the rows of other tables to be
+    // matched against.
+    std::set<std::string> keys;
+    if (source.user_schema.count("PAZIENTI") && source.user_schema["PAZIENTI"].count("COD_CART")) {
+      source::Recordset rs;
+      rs.Open("SELECT Cod_Cart FROM PAZIENTI", source.user);
+      for (; !rs.Eof(); rs.MoveNext()) {
+        ++inspection.patients;
+        std::string key = WithoutTrailingBlanks(rs.QueryText("Cod_Cart"));
+        if (key.empty())
+          ++inspection.patients_without_key;
+        else
+          keys.insert(key);
+      }
+      rs.Close();
+    }
+
+    std::set<std::string> figured;
+    for (const Category& category : Categories()) {
+      for (const TableUse& use : category.tables) {
+        if (!figured.insert(use.table).second) continue;
+        const Schema& schema = source.SchemaOf(use.file);
+        auto table = schema.find(Upper(use.table));
+        TableFigures figures{use.table, use.file, table != schema.end()};
+        if (figures.present) {
+          source::Connection& connection = source.Of(use.file);
+          figures.rows = Count(connection, "SELECT COUNT(*) AS N FROM " + use.table);
+          if (table->second.count("CODCART")) {
+            figures.orphan_rows = 0;
+            source::Recordset rs;
+            rs.Open("SELECT CodCart AS K, COUNT(*) AS N FROM " + use.table + " GROUP BY CodCart", connection);
+            for (; !rs.Eof(); rs.MoveNext())
+              if (!keys.count(WithoutTrailingBlanks(rs.QueryText("K"))))
+                figures.orphan_rows += static_cast<int64_t>(std::stod(host::TextOf(rs.Field("N"))));
+            rs.Close();
+          }
+          if (table->second.count("BINDATA"))
+            figures.blob_bytes = Count(connection, "SELECT SUM(OCTET_LENGTH(bindata)) AS N FROM " + use.table);
+        }
+        inspection.tables.push_back(figures);
+      }
+    }
+
+    auto studio = source.user_schema.find("STUDIO");
+    inspection.doctors_table_usable =
+        studio != source.user_schema.end() && studio->second.count("COGNOME") && studio->second.count("NOME");
+    if (inspection.doctors_table_usable) {
+      source::Recordset rs;
+      rs.Open("SELECT cognome, nome FROM STUDIO", source.user);
+      for (; !rs.Eof(); rs.MoveNext())
+        inspection.doctors.push_back(
+            host::text::Trim(host::TextOf(rs.Field("cognome")) + " " + host::TextOf(rs.Field("nome"))));
+      rs.Close();
+    }
+  } catch (const host::Failure& failure) {
+    throw Unopenable(conn + ": reading the source failed: " + std::to_string(failure.number()) + " " +
+                     failure.description());
+  }
+  return inspection;
+}
+
+std::string ToText(const Inspection& inspection) {
+  std::ostringstream out;
+  out << "Databases\n";
+  for (const DatabaseState& db : inspection.databases) {
+    out << "  " << FileName(db.file) << "  " << db.path;
+    if (db.size) out << "  " << *db.size << " bytes";
+    out << "  character set " << db.character_set << "\n";
+  }
+  out << "\nPatients: " << inspection.patients;
+  if (inspection.patients_without_key) out << " (" << inspection.patients_without_key << " without Cod_Cart, never converted)";
+  out << "\nDoctors: ";
+  if (!inspection.doctors_table_usable)
+    out << "STUDIO or its cognome/nome missing: the host gets no doctors";
+  else if (inspection.doctors.empty())
+    out << "none in STUDIO";
+  for (size_t i = 0; i < inspection.doctors.size(); ++i) out << (i ? "; " : "") << inspection.doctors[i];
+  out << "\n\nCategories\n";
+  for (const CategoryState& category : inspection.categories) {
+    out << "  " << (category.CanRun() ? "ok       " : "CAN'T RUN") << "  " << category.keyword << "\n";
+    for (const TableState& table : category.tables) {
+      if (!table.present) {
+        out << "             missing table " << table.table << " (" << FileName(table.file) << "): "
+            << (table.table == "PAZIENTI" ? "no run can start"
+                : table.per_patient      ? "every patient ends in ERR for this category"
+                                         : "every patient that reaches it ends in ERR for this category")
+            << "\n";
+        continue;
+      }
+      for (const ColumnState& column : table.columns)
+        if (!column.present)
+          out << "             missing column " << table.table << "." << column.name << ": "
+              << Describe(column.effect) << "\n";
+    }
+  }
+  out << "\nTables                 rows   no patient   bindata bytes\n";
+  for (const TableFigures& t : inspection.tables) {
+    char line[128];
+    if (!t.present) {
+      std::snprintf(line, sizeof line, "  %-14s  %s\n", t.table.c_str(), "missing");
+    } else {
+      auto figure = [](int64_t n) { return n < 0 ? std::string("-") : std::to_string(n); };
+      std::snprintf(line, sizeof line, "  %-14s %9s %12s %15s\n", t.table.c_str(), figure(t.rows).c_str(),
+                    figure(t.orphan_rows).c_str(), figure(t.blob_bytes).c_str());
+    }
+    out << line;
+  }
+  out << "\n" << (inspection.CanRunAll() ? "Every category can run." : "Some categories can't run as they should.")
+      << "\n";
+  return out.str();
+}
+
+nlohmann::json ToJson(const Inspection& inspection) {
+  using nlohmann::json;
+  json out;
+  for (const DatabaseState& db : inspection.databases)
+    out["databases"].push_back({{"file", FileName(db.file)},
+                                {"path", db.path},
+                                {"size", db.size ? json(*db.size) : json()},
+                                {"character_set", db.character_set}});
+  out["patients"] = inspection.patients;
+  out["patients_without_key"] = inspection.patients_without_key;
+  out["doctors"] = inspection.doctors;
+  out["doctors_table_usable"] = inspection.doctors_table_usable;
+  for (const CategoryState& category : inspection.categories) {
+    json c = {{"keyword", category.keyword}, {"can_run", category.CanRun()}, {"tables", json::array()}};
+    for (const TableState& table : category.tables) {
+      json t = {{"table", table.table}, {"file", FileName(table.file)}, {"present", table.present}};
+      for (const ColumnState& column : table.columns)
+        t["columns"].push_back({{"name", column.name},
+                                {"present", column.present},
+                                {"effect_if_missing", Describe(column.effect)}});
+      c["tables"].push_back(t);
+    }
+    out["categories"].push_back(c);
+  }
+  for (const TableFigures& t : inspection.tables) {
+    auto figure = [](int64_t n) { return n < 0 ? json() : json(n); };
+    out["tables"].push_back({{"table", t.table},
+                             {"file", FileName(t.file)},
+                             {"present", t.present},
+                             {"rows", figure(t.rows)},
+                             {"orphan_rows", figure(t.orphan_rows)},
+                             {"blob_bytes", figure(t.blob_bytes)}});
+  }
+  out["can_run_all"] = inspection.CanRunAll();
+  return out;
+}
+
+}  // namespace inspect
