@@ -606,7 +606,7 @@ host::Value Recordset::Bytes(std::string_view name) const {
   const host::Value value = Field(name);
   if (value.is_null()) return value;
   if (value.type() == host::Type::Bytes) return value;
-  const Column& column = impl_->columns[impl_->column_by_name.at(AsciiUpper(name))];
+  const Column& column = impl_->columns()[impl_->query->column_by_name.at(AsciiUpper(name))];
   if (column.type != SQL_TEXT && column.type != SQL_VARYING && column.type != SQL_BLOB)
     host::failures::Raise(host::failures::kTypeMismatch);
   try {

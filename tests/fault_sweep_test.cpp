@@ -168,7 +168,16 @@ bool IsPrefix(const std::vector<std::string>& part, const std::vector<std::strin
   return part.size() <= whole.size() && std::equal(part.begin(), part.end(), whole.begin());
 }
 
-bool IsOrderedPart(const std::vector<std::string>& part, const std::vector<std::string>& whole) {
+// Rows with their file references blanked: a file left out before them
+// numbers the ones after it differently.
+std::vector<std::string> WithoutFileReferences(std::vector<std::string> rows) {
+  static const std::regex reference("\"F'[0-9]+\"");
+  for (std::string& row : rows) row = std::regex_replace(row, reference, "\"F'\"");
+  return rows;
+}
+
+bool IsOrderedPart(const std::vector<std::string>& some, const std::vector<std::string>& all) {
+  const std::vector<std::string> part = WithoutFileReferences(some), whole = WithoutFileReferences(all);
   auto at = whole.begin();
   for (const std::string& row : part) {
     at = std::find(at, whole.end(), row);

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <string>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "support/fixture.h"
@@ -48,6 +49,7 @@ TEST(Inspect, FiguresOfASourceWrittenRowByRow) {
   archive->Close();
 
   json report = inspect::ToJson(inspect::Inspect(archive->user_path()));
+  EXPECT_EQ(report["databases"][0]["ods"], "12.0");
   EXPECT_EQ(report["patients"], 3);
   EXPECT_EQ(report["patients_without_key"], 1);
   EXPECT_EQ(report["doctors"], json::array({"Bianchi Lucia"}));
@@ -101,7 +103,12 @@ TEST(Inspect, ASourceThatCantBeOpenedExitsWithTwo) {
   auto archive = sample::Archive::Create(dir.path().string());
   archive->Close();
   std::filesystem::remove(dir.path() / "GX_MEDIA.FDB");
-  EXPECT_THROW(inspect::Inspect(archive->user_path()), inspect::Unopenable);
+  try {
+    inspect::Inspect(archive->user_path());
+    ADD_FAILURE() << "a source without GX_MEDIA.FDB was inspected";
+  } catch (const inspect::Unopenable& e) {
+    EXPECT_THAT(std::string(e.what()), ::testing::HasSubstr("GX_MEDIA.FDB"));
+  }
   EXPECT_EQ(ExitStatusOf(archive->user_path()), 2);
   EXPECT_EQ(ExitStatusOf(dir / "nothing-here.FDB"), 2);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
@@ -10,6 +11,7 @@
 #include "host/text.h"
 #include "host/value.h"
 #include "source/connection.h"
+#include "source/opening.h"
 #include "source/recordset.h"
 
 namespace inspect {
@@ -52,7 +54,19 @@ int64_t Count(source::Connection& connection, const std::string& sql) {
   return count;
 }
 
+// The file's on-disk structure as its header page tells it, "12.0"; empty
+// when the file can't be read or begins no database.
+std::string OdsOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string first(1024, '\0');
+  file.read(first.data(), static_cast<std::streamsize>(first.size()));
+  first.resize(static_cast<size_t>(file.gcount()));
+  auto ods = source::opening::ReadHeaderPage(first);
+  return ods ? std::to_string(ods->major) + "." + std::to_string(ods->minor) : "";
+}
+
 struct OpenSource {
+  source::opening::Opening opening;  // goes after the connections: its copies are removed with it
   source::Connection user, media, data;
   Schema user_schema, media_schema;
   source::Connection& Of(SourceFile file) { return file == SourceFile::User ? user : file == SourceFile::Media ? media : data; }
@@ -86,21 +100,33 @@ Inspection Inspect(const std::string& conn) {
 
   OpenSource source;
   for (SourceFile file : {SourceFile::User, SourceFile::Media, SourceFile::Data}) {
-    DatabaseState state{file, file == SourceFile::User ? conn : folder + FileName(file), std::nullopt, ""};
-    std::error_code ec;
-    if (std::filesystem::is_regular_file(state.path, ec)) state.size = std::filesystem::file_size(state.path, ec);
+    DatabaseState state{file, file == SourceFile::User ? conn : folder + FileName(file), std::nullopt, "", ""};
+    if (source::opening::IsLocalPath(state.path)) {
+      std::error_code ec;
+      if (std::filesystem::is_regular_file(state.path, ec)) state.size = std::filesystem::file_size(state.path, ec);
+      state.ods = OdsOf(state.path);
+    }
     try {
-      source.Of(file).Open("Driver={Firebird/InterBase(r) driver};Uid=SYSDBA;Pwd=gravelpin; DbName=" + state.path);
+      const std::string attached = source.opening.Prepare(state.path);
+      try {
+        source.Of(file).Open("Driver={Firebird/InterBase(r) driver};Uid=SYSDBA;Pwd=gravelpin; DbName=" + attached);
+      } catch (const host::Failure& failure) {
+        source.opening.Explain(state.path, failure);
+        throw;
+      }
       source::Recordset rs;
       rs.Open("SELECT TRIM(COALESCE(RDB$CHARACTER_SET_NAME, 'NONE')) AS CS FROM RDB$DATABASE", source.Of(file));
       state.character_set = host::TextOf(rs.Field("CS"));
       rs.Close();
     } catch (const host::Failure& failure) {
-      throw Unopenable(state.path + ": " + std::to_string(failure.number()) + " " + failure.description());
+      throw Unopenable(!source.opening.cause().empty()
+                           ? source.opening.cause()
+                           : state.path + ": " + std::to_string(failure.number()) + " " + failure.description());
     }
     inspection.databases.push_back(state);
   }
 
+  inspection.through_private_copy = !source.opening.private_folder().empty();
   try {
     source.user_schema = ReadSchema(source.user);
     source.media_schema = ReadSchema(source.media);
@@ -186,8 +212,11 @@ std::string ToText(const Inspection& inspection) {
   for (const DatabaseState& db : inspection.databases) {
     out << "  " << FileName(db.file) << "  " << db.path;
     if (db.size) out << "  " << *db.size << " bytes";
+    if (!db.ods.empty()) out << "  ODS " << db.ods;
     out << "  character set " << db.character_set << "\n";
   }
+  if (inspection.through_private_copy)
+    out << "  (the files can't be written: they were read through a private copy, as the conversion will)\n";
   out << "\nPatients: " << inspection.patients;
   if (inspection.patients_without_key) out << " (" << inspection.patients_without_key << " without Cod_Cart, never converted)";
   out << "\nDoctors: ";
@@ -238,7 +267,9 @@ nlohmann::json ToJson(const Inspection& inspection) {
     out["databases"].push_back({{"file", FileName(db.file)},
                                 {"path", db.path},
                                 {"size", db.size ? json(*db.size) : json()},
+                                {"ods", db.ods},
                                 {"character_set", db.character_set}});
+  out["through_private_copy"] = inspection.through_private_copy;
   out["patients"] = inspection.patients;
   out["patients_without_key"] = inspection.patients_without_key;
   out["doctors"] = inspection.doctors;

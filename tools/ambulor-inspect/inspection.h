@@ -19,6 +19,7 @@ struct DatabaseState {
   SourceFile file;
   std::string path;                  // as opened: a file path or "host:path"
   std::optional<int64_t> size;       // bytes of a local file
+  std::string ods;                   // on-disk structure of a local file, "12.0"; empty for a server's
   std::string character_set;         // the database's default one, "NONE" when it has none
 };
 
@@ -62,19 +63,21 @@ struct Inspection {
   bool doctors_table_usable = false;
   std::vector<CategoryState> categories;  // the master record first
   std::vector<TableFigures> tables;
+  bool through_private_copy = false;  // the files can't be written: a copy of them was read
   bool CanRunAll() const;
 };
 
-// Raised when a database of the source can't be opened; what() says which
-// and why.
+// Raised when a database of the source can't be opened; what() says which,
+// why and what to do, as the plug-in tells it.
 class Unopenable : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
 // Opens the source whose user database conn names (a path ending in
-// GX_USER.FDB, or "host:path" of a server) read-only and inspects it.
-// Raises Unopenable.
+// GX_USER.FDB, or "host:path" of a server) by the plug-in's own rules (a
+// file that can't be written through a private copy) and inspects it,
+// reading only. Raises Unopenable.
 Inspection Inspect(const std::string& conn);
 
 // For a person: databases, categories with what is missing and its effect,
