@@ -12,9 +12,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-60}"
 shift || true
-# The gzip filing target joins this list when it exists.
 targets=("$@")
-[ ${#targets[@]} -eq 0 ] && targets=(reading_rules catalogue_csv utente_json fail_plan)
+[ ${#targets[@]} -eq 0 ] && targets=(reading_rules catalogue_csv utente_json fail_plan gzip_filing)
 
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DKAIRON_FUZZ=ON -DBUILD_TESTING=OFF \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
