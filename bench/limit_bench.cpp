@@ -75,7 +75,7 @@ void EachRow(sqlite3* db, const char* sql, Row row) {
   sqlite3_finalize(stmt);
 }
 
-Output ReadOutput(const std::string& path) {
+Output ReadOutput(const std::string& path, const std::string& files_dir) {
   sqlite3* db = nullptr;
   if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK)
     throw std::runtime_error("can't open " + path);
@@ -106,11 +106,17 @@ Output ReadOutput(const std::string& path) {
     out.patients[patient].items.push_back(std::move(item));
     ++out.records;
   });
+  // The files are laid out in a folder beside the archive to write, from
+  // which the archive takes them as the host does.
+  const fs::path files_folder = fs::path(files_dir);
+  fs::create_directories(files_folder);
   EachRow(db, "SELECT id, patient_id, title, name, sha256, content FROM files", [&](sqlite3_stmt* s) {
-    refhost::StoredFile file{Text(s, 0), sqlite3_column_int64(s, 1), Text(s, 2), Text(s, 3), Text(s, 4), {}};
-    const auto* bytes = static_cast<const uint8_t*>(sqlite3_column_blob(s, 5));
-    file.content.assign(bytes, bytes + sqlite3_column_bytes(s, 5));
-    out.file_bytes += static_cast<int64_t>(file.content.size());
+    refhost::StoredFile file{Text(s, 0), sqlite3_column_int64(s, 1), Text(s, 2), Text(s, 3), Text(s, 4), 0, ""};
+    file.size = sqlite3_column_bytes(s, 5);
+    file.path = (files_folder / file.id).string();
+    std::ofstream(file.path, std::ios::binary)
+        .write(static_cast<const char*>(sqlite3_column_blob(s, 5)), static_cast<std::streamsize>(file.size));
+    out.file_bytes += file.size;
     out.patients[file.patient_id].files.push_back(std::move(file));
   });
   EachRow(db, "SELECT kind, text FROM messages ORDER BY seq",
@@ -190,12 +196,13 @@ int main(int argc, char** argv) {
   CLI11_PARSE(app, argc, argv);
 
   try {
-    const Output out = ReadOutput(like);
+    const Output out = ReadOutput(like, out_path + ".files");
     const auto start = std::chrono::steady_clock::now();
     const ReadCount read = ReadSource(source_dir);
     const auto read_end = std::chrono::steady_clock::now();
     WriteOutput(out, out_path);
     const auto end = std::chrono::steady_clock::now();
+    fs::remove_all(out_path + ".files");
     const double read_s = std::chrono::duration<double>(read_end - start).count();
     const double write_s = std::chrono::duration<double>(end - read_end).count();
     nlohmann::json line = {{"rows", read.rows},      {"records", out.records}, {"file_bytes", out.file_bytes},

@@ -165,6 +165,11 @@ void Connection::Open(const std::string& connection_text) {
     // No character set for the connection: the bytes of every column arrive
     // as the database holds them, and the recordset decodes them itself.
     dpb->insertString(&c.status, isc_dpb_lc_ctype, "NONE");
+    // A page cache of 256 pages for each database instead of the engine's
+    // thousands: a conversion reads each row once, and the default cache
+    // only filled with the pages of documents already filed (some 25 MB
+    // more at the peak of the 2,000-patient sample, for no gain in time).
+    dpb->insertString(&c.status, isc_dpb_config, "DefaultDbCachePages = 256");
 
     firebird::Owned<Firebird::IProvider> provider(firebird::Master()->getDispatcher());
     c.attachment = provider->attachDatabase(&c.status, parts.database.c_str(), dpb->getBufferLength(&c.status),

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <memory>
+#include <vector>
 
 #include "tools/kairon-convert/output_files.h"
 
@@ -83,12 +85,6 @@ class Statement {
   Statement& Bind(std::optional<int64_t> number) {
     if (number) return Bind(*number);
     Check(sqlite3_bind_null(stmt_, ++index_));
-    return *this;
-  }
-  Statement& BindBlob(const std::vector<uint8_t>& bytes) {
-    // A zero-length blob, not Null, for an empty file.
-    Check(sqlite3_bind_blob64(stmt_, ++index_, bytes.empty() ? "" : static_cast<const void*>(bytes.data()),
-                              bytes.size(), SQLITE_STATIC));
     return *this;
   }
   // Runs the statement; the new row's id.
@@ -304,15 +300,33 @@ void Archive::AddPrescriptionItem(std::optional<int64_t> prescription_id, const 
 
 void Archive::AddFile(const StoredFile& file) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  Statement(db_, Prepared("INSERT INTO files(id, patient_id, title, name, size, sha256, content) VALUES(?, ?, ?, ?, ?, ?, ?)"))
-      .Bind(file.id)
-      .Bind(file.patient_id)
-      .Bind(file.title)
-      .Bind(file.name)
-      .Bind(static_cast<int64_t>(file.content.size()))
-      .Bind(file.sha256)
-      .BindBlob(file.content)
-      .Run();
+  // The row is made with a content of zeros of the file's size, which is
+  // then written over a chunk at a time: the file is never whole in memory.
+  const int64_t row = Statement(db_, Prepared("INSERT INTO files(id, patient_id, title, name, size, sha256, content) "
+                                              "VALUES(?, ?, ?, ?, ?, ?, zeroblob(?))"))
+                          .Bind(file.id)
+                          .Bind(file.patient_id)
+                          .Bind(file.title)
+                          .Bind(file.name)
+                          .Bind(file.size)
+                          .Bind(file.sha256)
+                          .Bind(file.size)
+                          .Run();
+  if (file.size == 0) return;
+  sqlite3_blob* blob = nullptr;
+  if (sqlite3_blob_open(db_, "main", "files", "content", row, 1, &blob) != SQLITE_OK) Fail(db_);
+  std::unique_ptr<sqlite3_blob, decltype(&sqlite3_blob_close)> open_blob(blob, sqlite3_blob_close);
+  std::ifstream in(file.path, std::ios::binary);
+  std::vector<char> chunk(1 << 16);
+  int64_t written = 0;
+  while (written < file.size) {
+    in.read(chunk.data(), static_cast<std::streamsize>(std::min<int64_t>(chunk.size(), file.size - written)));
+    const std::streamsize got = in.gcount();
+    if (got <= 0) throw WriteError("the file " + file.path + " changed while it was stored");
+    if (sqlite3_blob_write(blob, chunk.data(), static_cast<int>(got), static_cast<int>(written)) != SQLITE_OK)
+      Fail(db_);
+    written += got;
+  }
 }
 
 void Archive::AddMessage(const std::string& kind, const std::string& text) {

@@ -26,7 +26,8 @@ struct StoredFile {
   std::string title;
   std::string name;    // the file's name, without its folder
   std::string sha256;  // lower-case hex
-  std::vector<uint8_t> content;
+  int64_t size = 0;
+  std::string path;  // where the content lies; it is copied into the archive a chunk at a time
 };
 
 class Archive {

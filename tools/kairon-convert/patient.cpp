@@ -170,15 +170,15 @@ class FilesStore : public HostObject {
 
   void DescribeCall(std::string_view member, const host::Args& args, nlohmann::ordered_json& line) override {
     if (!host::SameName(member, "SalvaFile") || args.size() != 3) return;
-    std::optional<FileContent> file = Content(args[2]);
+    std::optional<FileDigest> file = Digest(args[2]);
     line["file"] = nullptr;
-    if (file) line["file"] = {{"size", file->bytes.size()}, {"sha256", file->sha256}};
+    if (file) line["file"] = {{"size", file->size}, {"sha256", file->sha256}};
   }
 
   host::Value Invoke(std::string_view member, host::Args& args) override {
     if (!host::SameName(member, "SalvaFile")) return HostObject::Invoke(member, args);
     RequireArgs(args, 3);
-    std::optional<FileContent> file = Content(args[2]);
+    std::optional<FileDigest> file = Digest(args[2]);
     if (!file) return {};
     StoredFile stored;
     stored.id = "F" + std::to_string(session().NextFile());
@@ -186,18 +186,19 @@ class FilesStore : public HostObject {
     stored.title = host::TextOf(args[1].value());
     stored.name = BaseName(host::TextOf(args[2].value()));
     stored.sha256 = std::move(file->sha256);
-    stored.content = std::move(file->bytes);
+    stored.size = file->size;
+    stored.path = host::TextOf(args[2].value());
     session().archive().AddFile(stored);
-    session().CountFile(static_cast<int64_t>(stored.content.size()));
+    session().CountFile(stored.size);
     args[0].value() = stored.id;
     return {};
   }
 
  private:
   // The file at the path argument, nullopt for none (or a path that isn't text).
-  static std::optional<FileContent> Content(const host::Arg& path) {
+  static std::optional<FileDigest> Digest(const host::Arg& path) {
     if (path.value().type() == host::Type::Object) return std::nullopt;
-    return ReadFileContent(host::TextOf(path.value()));
+    return DigestFile(host::TextOf(path.value()));
   }
 
   // The plug-in may build its paths with either separator.
