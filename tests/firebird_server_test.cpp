@@ -6,7 +6,6 @@
 // the server's text, and the archive keeps the patients committed before.
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/socket.h>
 #include <netinet/in.h>
 #include <arpa/inet.h>
@@ -50,24 +49,7 @@ bool Listening(int port) {
   return ok;
 }
 
-std::vector<std::vector<std::string>> Rows(const std::string& file, const std::string& sql) {
-  std::vector<std::vector<std::string>> rows;
-  sqlite3* db = nullptr;
-  if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
-    sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) == SQLITE_OK)
-      while (sqlite3_step(stmt) == SQLITE_ROW) {
-        rows.emplace_back();
-        for (int i = 0; i < sqlite3_column_count(stmt); ++i) {
-          auto text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, i));
-          rows.back().push_back(text ? text : "NULL");
-        }
-      }
-    sqlite3_finalize(stmt);
-  }
-  sqlite3_close(db);
-  return rows;
-}
+using fixture::ArchiveRows;
 
 // The private server: a root folder of its own that borrows the package's
 // plug-ins and messages, a firebird.conf with the port, the security
@@ -191,7 +173,7 @@ TEST_F(FirebirdServer, AServerThatGoesAwayEndsTheRunCleanly) {
   const std::string archive = dir_ / "gone.sqlite";
   support::Process run(Convert(server_->Path(user), archive, dir_ / "gone.jsonl"), dir_.path() / "gone");
   for (int i = 0; i < 2000 && run.Running(); ++i) {
-    auto count = fs::exists(archive) ? Rows(archive, "SELECT count(*) FROM patients") : decltype(Rows("", "")){};
+    auto count = fs::exists(archive) ? ArchiveRows(archive, "SELECT count(*) FROM patients") : decltype(ArchiveRows("", "")){};
     if (!count.empty() && std::stoi(count.front().front()) >= 5) break;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
@@ -204,9 +186,9 @@ TEST_F(FirebirdServer, AServerThatGoesAwayEndsTheRunCleanly) {
   // buffer, so the run itself may still end as a finished one); the run
   // doesn't hang, and the archive opens.
   EXPECT_TRUE(outcome.status == 0 || outcome.status == 1) << outcome.err << outcome.out;
-  EXPECT_EQ(Rows(archive, "PRAGMA integrity_check"), (std::vector<std::vector<std::string>>{{"ok"}}));
-  const auto infos = Rows(archive, "SELECT text FROM messages WHERE kind = 'AddInfo'");
-  const auto runs = Rows(archive, "SELECT result, last_error FROM runs");
+  EXPECT_EQ(ArchiveRows(archive, "PRAGMA integrity_check"), (std::vector<std::vector<std::string>>{{"ok"}}));
+  const auto infos = ArchiveRows(archive, "SELECT text FROM messages WHERE kind = 'AddInfo'");
+  const auto runs = ArchiveRows(archive, "SELECT result, last_error FROM runs");
   ASSERT_EQ(runs.size(), 1u);
   bool told = runs[0][1].find("connection") != std::string::npos || runs[0][1].find("network") != std::string::npos;
   for (const auto& info : infos)
@@ -216,7 +198,7 @@ TEST_F(FirebirdServer, AServerThatGoesAwayEndsTheRunCleanly) {
            info[0].find("Error writing data to the connection") != std::string::npos;
   EXPECT_TRUE(told) << runs[0][1] << (infos.empty() ? "" : infos.back()[0]);
   // Every patient before the loss is as the embedded run filed it.
-  const auto ok_before = Rows(archive, "SELECT count(*) FROM messages WHERE kind = 'ChangeMsg' AND text = 'OK'");
+  const auto ok_before = ArchiveRows(archive, "SELECT count(*) FROM messages WHERE kind = 'ChangeMsg' AND text = 'OK'");
   EXPECT_GE(std::stoi(ok_before[0][0]), 5);
 }
 

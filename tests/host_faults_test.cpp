@@ -4,7 +4,6 @@
 // and a second run with --overwrite succeeds.
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <filesystem>
 #include <map>
@@ -16,37 +15,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<std::vector<std::string>> Rows(const std::string& file, const std::string& sql) {
-  std::vector<std::vector<std::string>> rows;
-  sqlite3* db = nullptr;
-  if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
-    sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) == SQLITE_OK)
-      while (sqlite3_step(stmt) == SQLITE_ROW) {
-        rows.emplace_back();
-        for (int i = 0; i < sqlite3_column_count(stmt); ++i) {
-          auto text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, i));
-          rows.back().push_back(text ? text : "NULL");
-        }
-      }
-    sqlite3_finalize(stmt);
-  }
-  sqlite3_close(db);
-  return rows;
-}
+using fixture::ArchiveRows;
 
 int Count(const std::string& file, const std::string& table) {
-  auto rows = Rows(file, "SELECT count(*) FROM " + table);
+  auto rows = ArchiveRows(file, "SELECT count(*) FROM " + table);
   return rows.empty() ? -1 : std::stoi(rows.front().front());
 }
 
 // Each patient's master record and records, by patient id.
 std::map<std::string, std::vector<std::string>> ByPatient(const std::string& archive) {
   std::map<std::string, std::vector<std::string>> patients;
-  for (const auto& row : Rows(archive, "SELECT id, members FROM patients ORDER BY id")) patients[row[0]].push_back(row[1]);
-  for (const auto& row : Rows(archive, "SELECT patient_id, store || args FROM records ORDER BY id"))
+  for (const auto& row : ArchiveRows(archive, "SELECT id, members FROM patients ORDER BY id")) patients[row[0]].push_back(row[1]);
+  for (const auto& row : ArchiveRows(archive, "SELECT patient_id, store || args FROM records ORDER BY id"))
     patients[row[0]].push_back(row[1]);
-  for (const auto& row : Rows(archive, "SELECT patient_id, sha256 FROM files ORDER BY id")) patients[row[0]].push_back(row[1]);
+  for (const auto& row : ArchiveRows(archive, "SELECT patient_id, sha256 FROM files ORDER BY id")) patients[row[0]].push_back(row[1]);
   return patients;
 }
 
@@ -79,7 +61,7 @@ class HostFaults : public ::testing::Test {
   // The archive opens, is whole, holds at least one patient and each of its
   // patients exactly as the full run filed them.
   static void ExpectCommittedPatientsWhole(const std::string& archive) {
-    EXPECT_EQ(Rows(archive, "PRAGMA integrity_check"), (std::vector<std::vector<std::string>>{{"ok"}}));
+    EXPECT_EQ(ArchiveRows(archive, "PRAGMA integrity_check"), (std::vector<std::vector<std::string>>{{"ok"}}));
     const auto partial = ByPatient(archive), full = ByPatient(full_);
     EXPECT_GT(partial.size(), 0u);
     EXPECT_LT(partial.size(), full.size());
@@ -133,7 +115,7 @@ TEST_F(HostFaults, AKilledRunLeavesAnArchiveThatOpens) {
     EXPECT_EQ(run.Wait().status, -SIGKILL);
   }
   ExpectCommittedPatientsWhole(archive);
-  EXPECT_EQ(Rows(archive, "SELECT ended FROM runs"), (std::vector<std::vector<std::string>>{{"NULL"}}));
+  EXPECT_EQ(ArchiveRows(archive, "SELECT ended FROM runs"), (std::vector<std::vector<std::string>>{{"NULL"}}));
   // Without --overwrite the archive of the killed run is left alone, with
   // nothing beside it.
   EXPECT_EQ(support::Run(Convert(archive, {}), dir_.path() / "refused").status, 2);

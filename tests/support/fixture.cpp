@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <ibase.h>
+#include <sqlite3.h>
 
 #include "plugin/Conversione.h"
 
@@ -95,6 +96,25 @@ Run Convert(const std::string& user_path, refhost::ConvertOptions options) {
   std::ifstream trace(options.trace);
   for (std::string line; std::getline(trace, line);) run.trace.push_back(json::parse(line));
   return run;
+}
+
+std::vector<std::vector<std::string>> ArchiveRows(const std::string& file, const std::string& sql) {
+  std::vector<std::vector<std::string>> rows;
+  sqlite3* db = nullptr;
+  if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
+    sqlite3_stmt* stmt = nullptr;
+    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) == SQLITE_OK)
+      while (sqlite3_step(stmt) == SQLITE_ROW) {
+        rows.emplace_back();
+        for (int i = 0; i < sqlite3_column_count(stmt); ++i) {
+          auto text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, i));
+          rows.back().push_back(text ? text : "NULL");
+        }
+      }
+    sqlite3_finalize(stmt);
+  }
+  sqlite3_close(db);
+  return rows;
 }
 
 json Text(const std::string& s) { return {{"type", "text"}, {"value", s}}; }

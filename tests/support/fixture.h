@@ -53,6 +53,11 @@ struct Run {
 // archive, trace and data_dir are filled in when left empty.
 Run Convert(const std::string& user_path, refhost::ConvertOptions options = {});
 
+// The rows of a query on an SQLite file, each column as text ("NULL" for
+// Null); none when the file or the query can't be opened. The file is opened
+// for writing, so that a log that a killed run left is taken in.
+std::vector<std::vector<std::string>> ArchiveRows(const std::string& file, const std::string& sql);
+
 // A typed value as the trace writes it.
 json Text(const std::string& s);
 json I16(int n);
