@@ -413,6 +413,10 @@ TEST_F(SignalLoop, OneSigintStopsCleanlyAfterThePatientUnderWay) {
     std::this_thread::sleep_for(RandomMoment());
     child.Signal(SIGINT);
     Outcome outcome = child.Wait();
+    if (outcome.status == -SIGINT) {  // came while the command line was read: ended at once, nothing written
+      EXPECT_FALSE(fs::exists(archive)) << "run " << run;
+      continue;
+    }
     ASSERT_EQ(outcome.status, 0) << "run " << run << ": " << outcome.err;
     EXPECT_NE(outcome.out.find("Result                       true"), std::string::npos) << "run " << run;
     ExpectConsistent(archive, run);
