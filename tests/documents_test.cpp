@@ -163,13 +163,7 @@ sample::Row Image(int record, const std::string& cod_cart, const Value& bindata,
   sample::Row row = {{"Record", Value::I32(record)}, {"CodCart", cod_cart},      {"bindata", bindata},
                      {"Titolo", titolo},             {"Settings", settings},     {"MediaCode", "MC" + std::to_string(record)},
                      {"Data", Date{2021, 4, 5, 9, 30, 0}}};
-  for (const auto& [column, value] : extra) {
-    auto same = std::find_if(row.begin(), row.end(), [&](const auto& c) { return c.first == column; });
-    if (same != row.end())
-      same->second = value;
-    else
-      row.emplace_back(column, value);
-  }
+  for (const auto& [column, value] : extra) fixture::SetColumn(row, column, value);
   return row;
 }
 

@@ -25,15 +25,7 @@ using sample::Row;
 
 const char kKeyed[] = "CodCart";
 
-// Gives the column of row the value, in its place if the row has it.
-void Set(Row& row, const std::string& column, const Value& value) {
-  for (auto& [name, held] : row)
-    if (name == column) {
-      held = value;
-      return;
-    }
-  row.emplace_back(column, value);
-}
+using fixture::SetColumn;
 
 Value Bytes(const std::string& content) { return Value::Bytes(std::vector<uint8_t>(content.begin(), content.end())); }
 
@@ -152,7 +144,7 @@ TEST_F(HostileContent, HugeTextsNulBytesAndForeignBytesInEveryTextColumn) {
           std::map<std::string, Row> rows = UsableRows(patients);
           for (auto& [name, row] : rows) {
             row.emplace_back(kKeyed, card);
-            if (name == table.name) Set(row, column.name, value);
+            if (name == table.name) SetColumn(row, column.name, value);
             if (name == "ESAMI" || name == "SCANSIONI" || name == table.name) archive.Insert(name, row);
           }
         }
@@ -188,11 +180,11 @@ TEST_F(HostileContent, DatesAtAndBeyondTheEndsOfTheCalendar) {
   auto add_dated = [&](sample::Archive& archive, const Value& date) {
     const std::string card = "D" + std::to_string(++patients);
     Row master = fixture::Patient(card, "DATATO");
-    for (const std::string& column : date_columns["PAZIENTI"]) Set(master, column, date);
+    for (const std::string& column : date_columns["PAZIENTI"]) SetColumn(master, column, date);
     archive.Insert("PAZIENTI", master);
     for (auto& [name, row] : UsableRows(patients)) {
       row.emplace_back(kKeyed, card);
-      for (const std::string& column : date_columns[name]) Set(row, column, date);
+      for (const std::string& column : date_columns[name]) SetColumn(row, column, date);
       archive.Insert(name, row);
     }
   };
@@ -236,10 +228,10 @@ TEST_F(HostileContent, NumbersPastTheirRange) {
         if (name == "BIOMETRIC") row = {{kKeyed, card}, {"PADIST", number}, {"PASIST", number}};
         if (name == "RICETTE")
           for (int line = 1; line <= 8; ++line) {
-            Set(row, "Row_" + std::to_string(line), "Esame " + std::to_string(line));
-            Set(row, "Qta_" + std::to_string(line), number.substr(0, 6));
+            SetColumn(row, "Row_" + std::to_string(line), "Esame " + std::to_string(line));
+            SetColumn(row, "Qta_" + std::to_string(line), number.substr(0, 6));
           }
-        if (name == "TERAPIE") Set(row, "NumPezzi", number);
+        if (name == "TERAPIE") SetColumn(row, "NumPezzi", number);
         archive.Insert(name, row);
       }
       // Whole numbers at the ends of 64 bits where the categories read them
@@ -301,14 +293,14 @@ TEST_F(HostileContent, FilesOfEveryAwkwardSizeFormAndName) {
       archive.Insert("PAZIENTI", fixture::Patient(card, "FILE"));
       std::map<std::string, Row> rows = UsableRows(patients);
       for (const char* table : {"PIANOTERAP", "REFERTI", "ESAMI"}) {
-        Set(rows[table], kKeyed, card);
+        SetColumn(rows[table], kKeyed, card);
         archive.Insert(table, rows[table]);
       }
       for (const char* table : tables) {
         Row row = rows[table];
-        Set(row, kKeyed, card);
-        Set(row, "bindata", content);
-        Set(row, "Titolo", title);
+        SetColumn(row, kKeyed, card);
+        SetColumn(row, "bindata", content);
+        SetColumn(row, "Titolo", title);
         archive.Insert(table, row);
       }
     };

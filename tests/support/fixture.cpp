@@ -1,5 +1,6 @@
 #include "support/fixture.h"
 
+#include <algorithm>
 #include <fstream>
 #include <random>
 
@@ -34,6 +35,14 @@ TempDir::~TempDir() {
   std::filesystem::remove_all(path_, ignored);
 }
 
+void SetColumn(sample::Row& row, const std::string& column, const host::Value& value) {
+  auto same = std::find_if(row.begin(), row.end(), [&](const auto& c) { return c.first == column; });
+  if (same != row.end())
+    same->second = value;
+  else
+    row.emplace_back(column, value);
+}
+
 sample::Row Patient(const std::string& cod_cart, const std::string& cognome, const sample::Row& extra) {
   sample::Row row = {{"Cod_Cart", cod_cart},
                      {"cognome", cognome},
@@ -41,13 +50,7 @@ sample::Row Patient(const std::string& cod_cart, const std::string& cognome, con
                      {"CodFisc", "RSSMRA50C07H501X"},
                      {"DataNat", host::Date{1950, 3, 7}},
                      {"CodiceSSN", "80380800000000000001"}};
-  for (const auto& [column, value] : extra) {
-    auto same = std::find_if(row.begin(), row.end(), [&](const auto& c) { return c.first == column; });
-    if (same != row.end())
-      same->second = value;
-    else
-      row.emplace_back(column, value);
-  }
+  for (const auto& [column, value] : extra) SetColumn(row, column, value);
   return row;
 }
 

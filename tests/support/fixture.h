@@ -29,6 +29,10 @@ class TempDir {
   std::filesystem::path path_;
 };
 
+// Gives the column of row the value, in its place if the row has it, else
+// at the end.
+void SetColumn(sample::Row& row, const std::string& column, const host::Value& value);
+
 // A PAZIENTI row that the host accepts (tax code, birth date, card) with the
 // given key and surname; extra columns are added or override.
 sample::Row Patient(const std::string& cod_cart, const std::string& cognome, const sample::Row& extra = {});
