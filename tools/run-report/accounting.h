@@ -1,0 +1,62 @@
+// The accounts of a run: for the master record and each category that the
+// run converted, what the source holds for the patients it converted against
+// what reached the host, every difference with its cause where the
+// conversion's rules give one, so that a difference without one stands out.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/run-report/run_record.h"
+
+namespace runreport {
+
+// Rows, or records, counted under one cause, in words for a person:
+// "empty text", "the patient ended in ERR in an earlier category".
+struct Cause {
+  std::string text;
+  int64_t rows = 0;
+};
+
+// Records of one store that a category should have made, and those of them
+// that reached the host.
+struct StoreCount {
+  std::string store;  // as in the archive: "Problemi", "Ricette", "PrescrizioneFarmaci", "Files"
+  int64_t expected = 0;
+  int64_t arrived = 0;
+};
+
+struct CategoryAccount {
+  std::string keyword;               // "anagrafica" for the master record, else as in ListaOpzioni, lower case
+  std::vector<std::string> tables;   // the source tables it reads by the patient's key
+  int64_t source_rows = 0;           // rows of those tables for the patients that the run converted
+  std::vector<Cause> left_out;       // rows that the rules leave out, which make no record
+  std::vector<Cause> not_arrived;    // records that the rows would have made but that never came, by cause
+  std::vector<StoreCount> stores;    // what the rest make, store by store
+  int64_t unexplained = 0;           // records missing or in excess that no cause accounts for
+  std::vector<size_t> err_lines;     // indexes into RunRecord::patient_lines whose "ERR" came from this category
+};
+
+// A file that a category found in the source but could not store.
+struct UndecodedStream {
+  size_t patient_line = 0;  // index into RunRecord::patient_lines
+  std::string keyword;      // the category
+  std::string title;
+  std::string why;          // "gzip stream cut short", "fewer than 4 bytes"
+};
+
+struct Reconciliation {
+  bool done = false;
+  std::string why_not;  // when not done, in words: the source's opening cause, or why the log doesn't match it
+  std::vector<CategoryAccount> categories;  // the master record, then each category of the run once, in option order
+  std::vector<UndecodedStream> undecoded;
+  int64_t unexplained = 0;  // over all categories
+};
+
+// Opens the source that run.conn names, reading only and by the plug-in's
+// own opening rules, finds the patient row of each of run's patient lines,
+// and reconciles. Never raises for the source: what stops it is why_not.
+Reconciliation Reconcile(const RunRecord& run);
+
+}  // namespace runreport
