@@ -231,6 +231,7 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
 
   session = std::make_shared<Session>(std::move(setup));
   int64_t run = session->archive().BeginRun(LocalTime(), options.conn, option_list);
+  outcome.archived = true;
   under_way.Then([&] {
     session->Abandon();
     try {
@@ -292,7 +293,14 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
   outcome.patients_err = counts.patients_err;
   outcome.files = counts.files;
   outcome.file_bytes = counts.file_bytes;
-  outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+  outcome.stopped = session->stop_answered();
+  auto since_start = [&](std::chrono::steady_clock::time_point at) {
+    return std::chrono::duration<double>(at - started).count();
+  };
+  outcome.line_seconds.reserve(session->line_times().size());
+  for (const Session::LineTime& line : session->line_times())
+    outcome.line_seconds.emplace_back(since_start(line.opened), since_start(line.last));
+  outcome.seconds = since_start(std::chrono::steady_clock::now());
   return outcome;
 }
 

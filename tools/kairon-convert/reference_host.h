@@ -138,6 +138,11 @@ struct ConvertOutcome {
   double seconds = 0;
   std::string write_failure;          // why the archive or trace couldn't be written; the run stopped there
   std::vector<std::string> warnings;  // what a person would want to know: unmatched options, unused --fail, ...
+  bool archived = false;  // this run's runs row was written: the archive is this run's
+  bool stopped = false;  // UpdateProgress told the plug-in to stop (Ctrl-C, or a write failure)
+  // When each line of the log opened and received its last message, in
+  // seconds from the start of the run (seconds is its end): for the report.
+  std::vector<std::pair<double, double>> line_seconds;
 };
 
 // Runs Test and Converti on conversione as the convert command does, filing

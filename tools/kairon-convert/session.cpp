@@ -27,6 +27,11 @@ void Session::WriteTrace(const nlohmann::ordered_json& line) {
 
 void Session::Message(const std::string& kind, const std::string& text) {
   archive().AddMessage(kind, text);
+  const auto now = std::chrono::steady_clock::now();
+  if (kind == "AddMsg")
+    line_times_.push_back({now, now});
+  else if (!line_times_.empty())
+    line_times_.back().last = now;
   if (kind == "AddMsg") {
     patient_line_open_ = false;
   } else if (kind == "ChangeMsg" && patient_line_open_) {
@@ -40,6 +45,7 @@ bool Session::Progress(int percent) {
   ++progress_calls_;
   if (setup_.stop_at_progress > 0 && progress_calls_ >= setup_.stop_at_progress) stop_ = true;
   bool stop = stop_ || StopRequested();
+  stop_answered_ = stop_answered_ || stop;
   if (progress_) progress_->Update(percent, static_cast<int>(patients_), stop);
   return stop;
 }

@@ -6,6 +6,7 @@
 // of the run.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -73,6 +74,16 @@ class Session {
   // patient's line into the counts.
   void Message(const std::string& kind, const std::string& text);
 
+  // When each line of the log opened (AddMsg) and received its last
+  // message, in the order of the archive's messages; kept for the run's
+  // report only.
+  struct LineTime {
+    std::chrono::steady_clock::time_point opened, last;
+  };
+  const std::vector<LineTime>& line_times() const { return line_times_; }
+  // Whether UpdateProgress ever answered that the run must stop.
+  bool stop_answered() const { return stop_answered_; }
+
   // DaiPaziente was asked: the line that AddMsg opened is a patient's, and
   // its ChangeMsg "OK" or "ERR" counts.
   void PatientLineOpened() { patient_line_open_ = true; }
@@ -135,6 +146,8 @@ class Session {
   int64_t progress_calls_ = 0;
   int64_t patients_ = 0, ricette_ = 0, items_ = 0, problems_ = 0, files_ = 0;
   bool patient_line_open_ = false;  // DaiPaziente came after the last AddMsg
+  std::vector<LineTime> line_times_;
+  bool stop_answered_ = false;
   bool stop_ = false;                // this run's own reason to stop (stop_at_progress, a write failure)
   std::string write_failure_;
 };
