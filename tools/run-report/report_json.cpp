@@ -1,0 +1,124 @@
+#include "tools/run-report/report.h"
+
+namespace runreport {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+template <typename T>
+ordered_json OrNull(const std::optional<T>& value) {
+  return value ? ordered_json(*value) : ordered_json(nullptr);
+}
+
+ordered_json Causes(const std::vector<Cause>& causes) {
+  ordered_json list = ordered_json::array();
+  for (const Cause& cause : causes) list.push_back({{"text", cause.text}, {"rows", cause.rows}});
+  return list;
+}
+
+ordered_json Times(const Figures& figures) {
+  ordered_json times;
+  if (figures.live) {
+    ordered_json phases = ordered_json::array();
+    double patients = 0;
+    for (const Phase& phase : figures.live->phases) {
+      phases.push_back({{"name", phase.name}, {"seconds", phase.seconds}});
+      if (phase.name == "patients") patients = phase.seconds;
+    }
+    times["seconds"] = figures.live->seconds;
+    times["phases"] = phases;
+    times["patients_per_second"] =
+        patients > 0 ? ordered_json(static_cast<double>(figures.patient_lines) / patients) : ordered_json(nullptr);
+  } else {
+    times["seconds"] = OrNull(figures.archive_seconds);
+    times["phases"] = nullptr;
+    times["note"] = "made from the archive alone: only the run's start and end are known";
+  }
+  return times;
+}
+
+}  // namespace
+
+ordered_json RenderJson(const Figures& figures) {
+  const RunRecord& run = figures.run;
+  ordered_json report;
+  report["report"] = "kairon-convert run report";
+  report["version"] = 1;
+  report["archive"] = figures.archive;
+
+  ordered_json run_json;
+  run_json["id"] = run.run_id;
+  run_json["conn"] = run.conn;
+  run_json["options"] = run.options;
+  run_json["started"] = run.started;
+  run_json["ended"] = run.ended.empty() ? ordered_json(nullptr) : ordered_json(run.ended);
+  run_json["result"] = OrNull(run.result);
+  run_json["last_error"] = run.last_error;
+  run_json["outcome"] = figures.Outcome();
+  if (figures.live) {
+    run_json["test_result"] = OrNull(figures.live->test_result);
+    run_json["stopped"] = figures.live->stopped;
+    run_json["write_failure"] = figures.live->write_failure;
+    run_json["raised"] = figures.live->raised;
+    run_json["warnings"] = figures.live->warnings;
+  }
+  report["run"] = run_json;
+
+  report["patients"] = {{"lines", figures.patient_lines},
+                        {"ok", figures.patients_ok},
+                        {"err", figures.patients_err},
+                        {"refused", figures.patients_refused},
+                        {"ended_with_error", figures.ended_with_error}};
+  report["accounts"] = {{"done", figures.accounts_done},
+                        {"why_not", figures.accounts_why_not},
+                        {"unexplained", figures.accounts_done ? ordered_json(figures.unexplained) : ordered_json(nullptr)},
+                        {"summary", figures.AccountsSummary()}};
+
+  ordered_json categories = ordered_json::array();
+  for (const Figures::Category& category : figures.categories) {
+    ordered_json stores = ordered_json::array();
+    for (const Figures::Store& store : category.stores)
+      stores.push_back({{"store", store.store},
+                        {"expected", OrNull(store.expected)},
+                        {"arrived", store.arrived},
+                        {"shared_with", store.shared_with}});
+    categories.push_back({{"keyword", category.keyword},
+                          {"name", category.name},
+                          {"tables", category.tables},
+                          {"source_rows", OrNull(category.source_rows)},
+                          {"left_out", Causes(category.left_out)},
+                          {"not_arrived", Causes(category.not_arrived)},
+                          {"stores", stores},
+                          {"records", category.records},
+                          {"unexplained", OrNull(category.unexplained)},
+                          {"err_patients", category.err_patients}});
+  }
+  report["categories"] = categories;
+  report["records_per_store"] = run.records_per_store;
+
+  ordered_json reasons = ordered_json::array();
+  for (const Figures::ErrReason& reason : figures.err_reasons)
+    reasons.push_back({{"reason", reason.reason}, {"category", reason.category}, {"patients", reason.patients}});
+  report["err_reasons"] = reasons;
+
+  ordered_json files = ordered_json::array();
+  for (const Figures::File& file : figures.files)
+    files.push_back({{"patient", file.patient},
+                     {"id", file.id},
+                     {"title", file.title},
+                     {"name", file.name},
+                     {"size", file.size}});
+  ordered_json undecoded = ordered_json::array();
+  for (const Figures::Undecoded& stream : figures.undecoded)
+    undecoded.push_back(
+        {{"patient", stream.patient}, {"category", stream.category}, {"title", stream.title}, {"why", stream.why}});
+  report["files"] = {{"count", run.files},
+                     {"bytes", run.file_bytes},
+                     {"list", files},
+                     {"undecoded", figures.accounts_done ? undecoded : ordered_json(nullptr)}};
+  report["times"] = Times(figures);
+  return report;
+}
+
+}  // namespace runreport
