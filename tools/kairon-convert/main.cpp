@@ -1,6 +1,7 @@
-// kairon-convert: the reference host's command line (info, test, convert).
-// Exit status: 0 success, 1 the plug-in reported failure, 2 bad command
-// line or unusable file, 3 Test gave false.
+// kairon-convert: the reference host's command line (info, test, convert,
+// report). Exit status: 0 success, 1 the plug-in reported failure, 2 bad
+// command line or unusable file, 3 Test gave false, 4 the run's report
+// couldn't be written.
 
 #include <unistd.h>
 
@@ -16,7 +17,11 @@
 #include "host/failure.h"
 #include "tools/common/character_type.h"
 #include "tools/common/termination.h"
+#include "tools/kairon-convert/output_files.h"
 #include "tools/kairon-convert/reference_host.h"
+#include "tools/run-report/accounting.h"
+#include "tools/run-report/report.h"
+#include "tools/run-report/report_file.h"
 
 namespace {
 
@@ -24,6 +29,7 @@ constexpr int kSuccess = 0;
 constexpr int kPluginFailed = 1;
 constexpr int kUnusable = 2;
 constexpr int kTestFalse = 3;
+constexpr int kReportFailed = 4;
 
 // libcnvKairon.so in ../lib/ beside the folder of this program.
 std::string DefaultPluginPath() {
@@ -151,18 +157,106 @@ void PrintSummary(const refhost::ConvertOutcome& outcome) {
   }
 }
 
-int ConvertCommand(const host::ObjectRef& conversione, const refhost::ConvertOptions& options) {
-  refhost::ConvertOutcome outcome = refhost::Convert(conversione, options);
-  if (outcome.raised) return ReportRaised(*outcome.raised);
-  PrintSummary(outcome);
-  if (!outcome.write_failure.empty()) {
-    std::fflush(stdout);
-    std::cerr << "kairon-convert: " << outcome.write_failure
-              << "; the run stopped there, and the archive keeps the patients filed before\n";
-    return kPluginFailed;
+// The report's targets from --report (convert) or --html and --json
+// (report); raises std::runtime_error for a path of the wrong kind.
+std::vector<runreport::ReportTarget> Targets(const std::vector<std::string>& paths) {
+  std::vector<runreport::ReportTarget> targets;
+  for (const std::string& path : paths) targets.push_back(runreport::TargetOf(path));
+  return targets;
+}
+
+// What the conversion that writes the report saw of its run.
+runreport::LiveRun LiveOf(const refhost::ConvertOutcome& outcome, const runreport::RunRecord& run) {
+  runreport::Timeline timeline;
+  for (const auto& [opened, last] : outcome.line_seconds) timeline.lines.push_back({opened, last});
+  timeline.ended = outcome.seconds;
+  runreport::LiveRun live;
+  live.phases = runreport::PhasesOf(timeline, run);
+  live.seconds = outcome.seconds;
+  live.stopped = outcome.stopped;
+  live.write_failure = outcome.write_failure;
+  if (outcome.raised) live.raised = std::to_string(outcome.raised->number) + " " + outcome.raised->description;
+  if (outcome.archived) live.test_result = outcome.test_result;
+  live.warnings = outcome.warnings;
+  return live;
+}
+
+// Writes the report of the run in archive to each target. Every target is
+// tried; the status is kReportFailed if one couldn't be written.
+int WriteReports(const std::vector<runreport::ReportTarget>& targets, const std::string& archive,
+                 const runreport::RunRecord& run, const std::optional<runreport::LiveRun>& live, bool overwrite) {
+  runreport::Reconciliation accounts;
+  try {
+    accounts = runreport::Reconcile(run);
+  } catch (const std::exception& e) {
+    accounts = {};
+    accounts.why_not = e.what();
   }
-  if (!outcome.test_result) return kTestFalse;
-  return outcome.result ? kSuccess : kPluginFailed;
+  const runreport::Figures figures = runreport::MakeFigures(archive, run, accounts, live);
+  int status = kSuccess;
+  for (const runreport::ReportTarget& target : targets) {
+    try {
+      const std::string content =
+          target.format == runreport::Format::Html
+              ? runreport::RenderHtml(figures)
+              : runreport::RenderJson(figures).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+      runreport::WriteReport(target, content, overwrite);
+      std::cout << "Report: " << target.path << "\n";
+    } catch (const std::exception& e) {
+      std::cout.flush();
+      std::cerr << "kairon-convert: " << e.what() << "; the archive is as the run left it\n";
+      status = kReportFailed;
+    }
+  }
+  return status;
+}
+
+int ConvertCommand(const host::ObjectRef& conversione, const refhost::ConvertOptions& options,
+                   const std::vector<runreport::ReportTarget>& reports) {
+  refhost::ConvertOutcome outcome = refhost::Convert(conversione, options);
+  int status = kSuccess;
+  if (outcome.raised) {
+    status = ReportRaised(*outcome.raised);
+  } else {
+    PrintSummary(outcome);
+    if (!outcome.write_failure.empty()) {
+      std::fflush(stdout);
+      std::cerr << "kairon-convert: " << outcome.write_failure
+                << "; the run stopped there, and the archive keeps the patients filed before\n";
+      status = kPluginFailed;
+    } else if (!outcome.test_result) {
+      status = kTestFalse;
+    } else if (!outcome.result) {
+      status = kPluginFailed;
+    }
+  }
+  if (reports.empty()) return status;
+  std::fflush(stdout);
+  if (!outcome.archived) {
+    std::cerr << "kairon-convert: no report written: the run ended before its archive was made\n";
+    return status != kSuccess ? status : kReportFailed;
+  }
+  int report_status = kSuccess;
+  try {
+    runreport::RunRecord run = runreport::ReadRun(options.archive);
+    report_status = WriteReports(reports, options.archive, run, LiveOf(outcome, run), options.overwrite);
+  } catch (const std::exception& e) {
+    std::cerr << "kairon-convert: no report written: " << e.what() << "\n";
+    report_status = kReportFailed;
+  }
+  // The conversion's own failure says more than its report's.
+  return status != kSuccess ? status : report_status;
+}
+
+int ReportCommand(const std::string& archive, const std::vector<runreport::ReportTarget>& targets, bool overwrite) {
+  runreport::RunRecord run;
+  try {
+    runreport::CheckTargets(targets, {archive}, overwrite);
+    run = runreport::ReadRun(archive);
+  } catch (const std::exception& e) {
+    return ReportUnusable(e);
+  }
+  return WriteReports(targets, archive, run, std::nullopt, overwrite);
 }
 
 }  // namespace
@@ -204,8 +298,20 @@ int main(int argc, char** argv) {
   convert->add_option("--utente", utente, "The members of utente, as a JSON object");
   convert->add_option("--tempdir", options.tempdir, "The folder for temporary files");
   convert->add_option("--fail", options.fail, "Make the N-th call of MEMBER fail (MEMBER@N, Obj.MEMBER@N)");
-  convert->add_flag("--overwrite", options.overwrite, "Replace the archive and trace of an earlier run");
+  std::vector<std::string> convert_reports;
+  convert->add_option("--report", convert_reports,
+                      "Write the run's report when it ends: FILE.html for a person, FILE.json for a program "
+                      "(repeatable)");
+  convert->add_flag("--overwrite", options.overwrite, "Replace the archive, trace and report of an earlier run");
   convert->add_option("--plugin", plugin, "The plug-in library")->capture_default_str();
+
+  std::string report_archive, report_html, report_json;
+  bool report_overwrite = false;
+  CLI::App* report = app.add_subcommand("report", "Write the report of the run that an archive holds");
+  report->add_option("ARCHIVE", report_archive, "An archive of kairon-convert convert")->required();
+  report->add_option("--html", report_html, "Write the report for a person here (FILE.html)");
+  report->add_option("--json", report_json, "Write the report's figures for a program here (FILE.json)");
+  report->add_flag("--overwrite", report_overwrite, "Replace a report made earlier");
 
   try {
     app.parse(argc, argv);
@@ -217,11 +323,27 @@ int main(int argc, char** argv) {
   try {
     if (info->parsed()) return WithPlugin(plugin, [&](const host::ObjectRef& c) { return InfoCommand(c, json); });
     if (test->parsed()) return WithPlugin(plugin, [&](const host::ObjectRef& c) { return TestCommand(c, conn, json); });
+    if (report->parsed()) {
+      if (report_html.empty() && report_json.empty()) throw std::runtime_error("report: give --html FILE or --json FILE");
+      std::vector<runreport::ReportTarget> targets;
+      if (!report_html.empty()) targets.push_back(runreport::TargetOf(report_html));
+      if (!report_json.empty()) targets.push_back(runreport::TargetOf(report_json));
+      if (!report_html.empty() && targets.front().format != runreport::Format::Html)
+        throw std::runtime_error("--html " + report_html + ": the file must end in .html");
+      if (!report_json.empty() && targets.back().format != runreport::Format::Json)
+        throw std::runtime_error("--json " + report_json + ": the file must end in .json");
+      return ReportCommand(report_archive, targets, report_overwrite);
+    }
+    const std::vector<runreport::ReportTarget> reports = Targets(convert_reports);
+    std::vector<std::string> others = refhost::SourceFiles(options.conn);
+    others.push_back(options.archive);
+    others.push_back(options.trace);
+    runreport::CheckTargets(reports, others, options.overwrite);
     if (utente) options.utente = refhost::ParseUtente(*utente);
     options.progress = isatty(STDERR_FILENO) == 1;
     options.warn = [](const std::string& warning) { std::cerr << "kairon-convert: warning: " << warning << "\n"; };
     stop_after_patient = true;
-    return WithPlugin(plugin, [&](const host::ObjectRef& c) { return ConvertCommand(c, options); });
+    return WithPlugin(plugin, [&](const host::ObjectRef& c) { return ConvertCommand(c, options, reports); });
   } catch (const std::exception& e) {
     return ReportUnusable(e);
   }
