@@ -1,0 +1,307 @@
+// The run's report: what it shows of a small conversion (every category,
+// the patients in ERR by reason, the files, names that would break a page),
+// how it renders accounts, the phases of a run, and the command line's care
+// for the report's files.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+
+#include "support/fixture.h"
+#include "support/process.h"
+#include "tools/run-report/accounting.h"
+#include "tools/run-report/report.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using host::Value;
+using nlohmann::json;
+
+constexpr const char* kHostile = "D'Angelo <script>alert(1)</script> & Co";
+// As the driver's log line gives the name: upper case.
+constexpr const char* kHostileLine = "D'ANGELO <SCRIPT>ALERT(1)</SCRIPT> & CO ZOË <B>";
+constexpr const char* kOptions = "Pressione Arteriosa;Diagnosi;Certificati";
+
+// Four patients: Bianchi with a blood pressure and a certificate, the
+// hostile name with a blood pressure whose store fails (--fail), Esposito
+// whom the host refuses, Rossi with a diagnosis.
+class ReportOfRun : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    dir_ = new fixture::TempDir;
+    {
+      auto source = sample::Archive::Create(dir_->path().string());
+      source->Insert("PAZIENTI", fixture::Patient("B1", "Bianchi"));
+      source->Insert("PAZIENTI", fixture::Patient("H1", kHostile, {{"nome", "Zoë <b>"}}));
+      source->Insert("PAZIENTI", fixture::Patient("E1", "Esposito", {{"nome", "Gennaro"},
+                                                                     {"CodFisc", ""},
+                                                                     {"DataNat", Value::Null()},
+                                                                     {"CodiceSSN", ""}}));
+      source->Insert("PAZIENTI", fixture::Patient("R1", "Rossi"));
+      for (const char* card : {"B1", "H1"})
+        source->Insert("BIOMETRIC", {{"CodCart", card}, {"Data", host::Date{2020, 1, 2}}, {"PADIST", 80.0}, {"PASIST", 120.0}});
+      const std::string rtf = "{\\rtf1 certificato}";
+      source->Insert("MODULI", {{"CodCart", "B1"},
+                                {"bindata", Value::Bytes(std::vector<uint8_t>(rtf.begin(), rtf.end()))},
+                                {"Titolo", "Nota d'<urgenza> & co"},
+                                {"Data", host::Date{2020, 3, 4}}});
+      source->Insert("VISITE", {{"CodCart", "R1"}, {"Inizio", host::Date{2019, 5, 6}}, {"Titolo", "Controllo"}, {"Testo", "ok"}});
+      source->Close();
+    }
+    refhost::ConvertOptions options;
+    options.options = kOptions;
+    options.fail = {"Pressione.Salva@2"};
+    run_ = new fixture::Run(fixture::Convert(dir_->path() / "GX_USER.FDB", options));
+    record_ = new runreport::RunRecord(runreport::ReadRun(run_->archive));
+    figures_ = new runreport::Figures(runreport::MakeFigures(run_->archive, *record_, runreport::Reconcile(*record_)));
+    html_ = new std::string(runreport::RenderHtml(*figures_));
+    json_ = new json(json::parse(runreport::RenderJson(*figures_).dump()));
+  }
+  static void TearDownTestSuite() {
+    delete json_;
+    delete html_;
+    delete figures_;
+    delete record_;
+    delete run_;
+    delete dir_;
+  }
+
+  static inline fixture::TempDir* dir_ = nullptr;
+  static inline fixture::Run* run_ = nullptr;
+  static inline runreport::RunRecord* record_ = nullptr;
+  static inline runreport::Figures* figures_ = nullptr;
+  static inline std::string* html_ = nullptr;
+  static inline json* json_ = nullptr;
+};
+
+TEST_F(ReportOfRun, ShowsEveryCategoryOfTheRunWithItsRecords) {
+  std::vector<std::string> keywords;
+  for (const json& category : (*json_)["categories"]) keywords.push_back(category["keyword"]);
+  EXPECT_EQ(keywords, (std::vector<std::string>{"anagrafica", "pressione arteriosa", "diagnosi", "certificati"}));
+  for (const char* name : {"Anagrafica", "Pressione Arteriosa", "Diagnosi", "Certificati"})
+    EXPECT_NE(html_->find("<b>" + std::string(name) + "</b>"), std::string::npos) << name;
+
+  // What the archive holds, store by store, as the categories give it.
+  const json& pressione = (*json_)["categories"][1];
+  EXPECT_EQ(pressione["stores"][0]["store"], "Pressione");
+  EXPECT_EQ(pressione["stores"][0]["arrived"], 1);
+  EXPECT_EQ(pressione["err_patients"].size(), 1u);
+  EXPECT_EQ((*json_)["categories"][0]["stores"][0]["arrived"], 3);  // the master records
+  EXPECT_EQ((*json_)["records_per_store"], json(record_->records_per_store));
+
+  // The accounts are not made here: the report says so instead of a verdict.
+  EXPECT_FALSE((*json_)["accounts"]["done"]);
+  EXPECT_NE(html_->find("banner unknown"), std::string::npos);
+  EXPECT_EQ((*json_)["times"]["phases"], nullptr);
+}
+
+TEST_F(ReportOfRun, GroupsThePatientsInErrByReasonWithoutTheirNames) {
+  EXPECT_EQ((*json_)["patients"]["err"], 2);
+  EXPECT_EQ((*json_)["patients"]["refused"], 1);
+  std::map<std::string, json> reasons;
+  for (const json& reason : (*json_)["err_reasons"]) reasons[reason["reason"]] = reason;
+  ASSERT_EQ(reasons.size(), 2u);
+
+  const json& failed = reasons.at("Pressione Arteriosa Errore 1001 Errore simulato dall'host");
+  EXPECT_EQ(failed["category"], "Pressione Arteriosa");
+  EXPECT_EQ(failed["patients"], json::array({kHostileLine}));
+  const json& refused = reasons.at("CodFisc, TesseraSSN o Data Nascita non validi (Almeno uno di questi dati è necessario)");
+  EXPECT_EQ(refused["category"], "Anagrafica");
+  EXPECT_EQ(refused["patients"], json::array({"ESPOSITO GENNARO"}));
+
+  EXPECT_NE(html_->find("Pressione Arteriosa Errore 1001 Errore simulato dall&#39;host"), std::string::npos);
+  EXPECT_NE(html_->find("ESPOSITO GENNARO"), std::string::npos);
+}
+
+TEST_F(ReportOfRun, ListsTheFilesStored) {
+  const json& files = (*json_)["files"];
+  EXPECT_EQ(files["count"], 1);
+  ASSERT_EQ(files["list"].size(), 1u);
+  EXPECT_EQ(files["list"][0]["patient"], "BIANCHI MARIO");
+  EXPECT_EQ(files["list"][0]["title"], "Nota d'<urgenza> & co");
+  EXPECT_EQ(files["bytes"], files["list"][0]["size"]);
+  EXPECT_GT(files["bytes"].get<int64_t>(), 0);
+  EXPECT_NE(html_->find("Nota d&#39;&lt;urgenza&gt; &amp; co"), std::string::npos);
+}
+
+TEST_F(ReportOfRun, PageIsSelfContainedAndEscapesEveryText) {
+  const std::string& html = *html_;
+  for (const char* raw : {"<script", "<SCRIPT", "<B>", "<urgenza>", kHostileLine})
+    EXPECT_EQ(html.find(raw), std::string::npos) << raw;
+  EXPECT_NE(html.find("D&#39;ANGELO &lt;SCRIPT&gt;ALERT(1)&lt;/SCRIPT&gt; &amp; CO ZOË &lt;B&gt;"), std::string::npos);
+  // Nothing is fetched: the only address is the name space of the inline SVG.
+  std::string rest = std::regex_replace(html, std::regex("http://www\\.w3\\.org/2000/svg"), "");
+  for (const char* fetch : {"http:", "https:", "<link", " src=", "@import", "url("})
+    EXPECT_EQ(rest.find(fetch), std::string::npos) << fetch;
+  // Every tag is one of the page's own.
+  std::set<std::string> tags;
+  const std::regex tag("<([a-zA-Z][a-zA-Z0-9]*)");
+  for (std::sregex_iterator it(html.begin(), html.end(), tag), end; it != end; ++it)
+    tags.insert((*it)[1]);
+  const std::set<std::string> own = {"html", "head", "meta", "title", "style", "body", "main", "h1", "h2", "h3", "p",
+                                     "div", "table", "tr", "th", "td", "b", "br", "span", "ul", "li", "details",
+                                     "summary", "svg", "g", "rect", "text", "code"};
+  for (const std::string& tag : tags) EXPECT_TRUE(own.contains(tag)) << tag;
+}
+
+// Accounts made by hand, as the reconciliation gives them.
+TEST(ReportRendering, MarksUnexplainedRecordsAndShowsTheAccounts) {
+  runreport::RunRecord run;
+  run.options = "Diagnosi";
+  run.result = true;
+  run.patient_lines = {{"ROSSI MARIO...", "ERR", {"ROSSI MARIO - Diagnosi Errore 94 Utilizzo non valido di Null"}, 1},
+                       {"VERDI ANNA...", "OK", {}, 2}};
+  runreport::Reconciliation accounts;
+  accounts.done = true;
+  accounts.categories = {
+      {"anagrafica", {"PAZIENTI"}, 2, {}, {}, {{"Anagrafica", 2, 2}}, 0, {}},
+      {"diagnosi", {"VISITE"}, 7, {{"empty title", 2}}, {{"the patient ended in ERR", 1}}, {{"Problemi", 4, 2}}, 2, {0}}};
+  accounts.undecoded = {{1, "diagnosi", "referto.rtf", "gzip stream cut short"}};
+  accounts.unexplained = 2;
+
+  runreport::Figures figures = runreport::MakeFigures("a.sqlite", run, accounts);
+  const std::string html = runreport::RenderHtml(figures);
+  const json report = json::parse(runreport::RenderJson(figures).dump());
+  EXPECT_NE(html.find("banner bad\">2 records unexplained"), std::string::npos);
+  EXPECT_NE(html.find("<td class=\"n bad\">2</td>"), std::string::npos);
+  EXPECT_EQ(html.find("<td class=\"n bad\">0</td>"), std::string::npos);
+  EXPECT_NE(html.find("empty title"), std::string::npos);
+  EXPECT_NE(html.find("gzip stream cut short"), std::string::npos);
+  EXPECT_NE(html.find("Records per category"), std::string::npos);
+
+  EXPECT_EQ(report["accounts"]["summary"], "2 records unexplained");
+  const json& diagnosi = report["categories"][1];
+  EXPECT_EQ(diagnosi["source_rows"], 7);
+  EXPECT_EQ(diagnosi["stores"][0], json({{"store", "Problemi"}, {"expected", 4}, {"arrived", 2}, {"shared_with", json::array()}}));
+  EXPECT_EQ(diagnosi["err_patients"], json::array({"ROSSI MARIO"}));
+  EXPECT_EQ(report["files"]["undecoded"][0]["patient"], "VERDI ANNA");
+
+  accounts.unexplained = 0;
+  accounts.categories[1].unexplained = 0;
+  EXPECT_EQ(runreport::MakeFigures("a.sqlite", run, accounts).AccountsSummary(), "every record accounted for");
+}
+
+TEST(ReportRendering, FindsTheCategoryAndReasonOfAnErrDetail) {
+  auto reason = runreport::ReasonOf("ROSSI MARIO - Certificati INPS Errore 5 Chiamata non valida");
+  EXPECT_EQ(reason.keyword, "certificati inps");
+  EXPECT_EQ(reason.reason, "Certificati INPS Errore 5 Chiamata non valida");
+  reason = runreport::ReasonOf("DE LUCA - ANNA - Certificati Errore 94 Utilizzo non valido di Null");
+  EXPECT_EQ(reason.keyword, "certificati");
+  EXPECT_EQ(reason.reason, "Certificati Errore 94 Utilizzo non valido di Null");
+  reason = runreport::ReasonOf(std::string("O'Neil Ann") + runreport::kNoPatientDetail);
+  EXPECT_EQ(reason.keyword, "anagrafica");
+  reason = runreport::ReasonOf("- Anagrafica Errore 335544569 Dynamic SQL Error");  // a patient without a name
+  EXPECT_EQ(reason.keyword, "anagrafica");
+  EXPECT_EQ(reason.reason, "Anagrafica Errore 335544569 Dynamic SQL Error");
+  reason = runreport::ReasonOf("something else");
+  EXPECT_EQ(reason.keyword, "");
+  EXPECT_EQ(reason.reason, "something else");
+}
+
+TEST(ReportRendering, PhasesCoverTheRunFromStartToEnd) {
+  runreport::RunRecord run;
+  run.driver_lines.resize(3);
+  run.patient_lines.resize(2);
+  runreport::Timeline timeline{{{0.5, 0.5}, {0.5, 1.5}, {1.5, 1.5}, {2.0, 3.0}, {3.0, 5.0}}, 6.0};
+  std::vector<std::pair<std::string, double>> phases;
+  for (const runreport::Phase& phase : runreport::PhasesOf(timeline, run)) phases.emplace_back(phase.name, phase.seconds);
+  EXPECT_EQ(phases, (std::vector<std::pair<std::string, double>>{
+                        {"opening and Test", 0.5}, {"first pass", 1.0}, {"archive start", 0.5}, {"patients", 3.0}, {"closing", 1.0}}));
+
+  // Test gave false: no line came.
+  runreport::RunRecord empty;
+  auto phases_of_empty = runreport::PhasesOf({{}, 2.0}, empty);
+  ASSERT_EQ(phases_of_empty.size(), 1u);
+  EXPECT_EQ(phases_of_empty[0].seconds, 2.0);
+}
+
+// The command line, on a small sample.
+class ReportCommandLine : public ::testing::Test {
+ protected:
+  support::Outcome Convert(const std::vector<std::string>& more) {
+    std::vector<std::string> args{KAIRON_CONVERT_PATH, "convert", (src_ / "GX_USER.FDB").string(), "--plugin",
+                                  KAIRON_PLUGIN_PATH, "--options", "pressione arteriosa;diagnosi"};
+    args.insert(args.end(), more.begin(), more.end());
+    return support::Run(args, dir_.path() / ("run" + std::to_string(++runs_)));
+  }
+  support::Outcome Report(const std::vector<std::string>& more) {
+    std::vector<std::string> args{KAIRON_CONVERT_PATH, "report"};
+    args.insert(args.end(), more.begin(), more.end());
+    return support::Run(args, dir_.path() / ("run" + std::to_string(++runs_)));
+  }
+
+  fixture::TempDir dir_;
+  fs::path src_ = support::CopyOfSample(dir_.path());
+  int runs_ = 0;
+};
+
+TEST_F(ReportCommandLine, ConvertWritesBothReportsAndReportRemakesThemFromTheArchive) {
+  const std::string archive = dir_ / "a.sqlite", html = dir_ / "r.html", json_path = dir_ / "r.json";
+  support::Outcome outcome = Convert({"--archive", archive, "--report", html, "--report", json_path, "--fail", "Pressione.Salva@1"});
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  const json report = json::parse(support::ReadFile(json_path));
+  EXPECT_EQ(report["times"]["phases"].size(), 5u);
+  bool failed_shown = false;
+  for (const json& reason : report["err_reasons"])
+    failed_shown |= reason["reason"] == "Pressione Arteriosa Errore 1001 Errore simulato dall'host" &&
+                    reason["patients"].size() == 1;
+  EXPECT_TRUE(failed_shown) << report["err_reasons"].dump();
+  EXPECT_NE(support::ReadFile(html).find("Errore simulato dall&#39;host"), std::string::npos);
+
+  // Afterwards, from the archive: the same figures, without the phases.
+  const std::string later = dir_ / "later.json";
+  outcome = Report({archive, "--json", later, "--html", dir_ / "later.html"});
+  ASSERT_EQ(outcome.status, 0) << outcome.err;
+  json again = json::parse(support::ReadFile(later)), before = report;
+  EXPECT_EQ(again["times"]["phases"], nullptr);
+  for (json* figures : {&again, &before}) {
+    figures->erase("times");
+    (*figures)["run"].erase("test_result");
+    for (const char* live : {"stopped", "write_failure", "raised", "warnings"}) (*figures)["run"].erase(live);
+    figures->erase("archive");
+  }
+  EXPECT_EQ(again, before);
+}
+
+TEST_F(ReportCommandLine, RefusesAReportFileItMayNotWriteBeforeAnythingIsWritten) {
+  const std::string html = dir_ / "r.html";
+  std::ofstream(html) << "<p>not ours</p>";
+  for (const std::vector<std::string>& bad :
+       {std::vector<std::string>{"--report", html}, {"--report", html, "--overwrite"}, {"--report", dir_ / "r.txt"},
+        {"--report", (dir_.path() / "no-folder" / "r.html").string()}, {"--report", dir_ / "x.json", "--trace", dir_ / "x.json"}}) {
+    std::vector<std::string> args{"--archive", dir_ / "a.sqlite"};
+    args.insert(args.end(), bad.begin(), bad.end());
+    support::Outcome outcome = Convert(args);
+    EXPECT_EQ(outcome.status, 2) << bad[1];
+    EXPECT_TRUE(outcome.Says("report")) << outcome.err;
+    EXPECT_FALSE(fs::exists(dir_ / "a.sqlite")) << bad[1];
+  }
+  EXPECT_EQ(support::ReadFile(html), "<p>not ours</p>");
+  EXPECT_FALSE(fs::exists(dir_ / "r.txt"));
+  EXPECT_FALSE(fs::exists(dir_ / "x.json"));
+
+  // A report of an earlier run is replaced with --overwrite only.
+  ASSERT_EQ(Convert({"--archive", dir_ / "a.sqlite", "--report", dir_ / "ours.html"}).status, 0);
+  EXPECT_EQ(Report({dir_ / "a.sqlite", "--html", dir_ / "ours.html"}).status, 2);
+  EXPECT_EQ(Report({dir_ / "a.sqlite", "--html", dir_ / "ours.html", "--overwrite"}).status, 0);
+  EXPECT_EQ(Report({dir_ / "a.sqlite", "--html", dir_ / "ours.json"}).status, 2);
+}
+
+TEST_F(ReportCommandLine, ReportOfANonArchiveSaysWhyAndWritesNothing) {
+  const std::string text = dir_ / "notes.sqlite";
+  std::ofstream(text) << "just some notes";
+  support::Outcome outcome = Report({text, "--html", dir_ / "r.html"});
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_TRUE(outcome.Says(text)) << outcome.err;
+  EXPECT_FALSE(fs::exists(dir_ / "r.html"));
+  outcome = Report({dir_ / "missing.sqlite", "--json", dir_ / "r.json"});
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_FALSE(fs::exists(dir_ / "r.json"));
+}
+
+support::SampleCleanup cleanup;
+
+}  // namespace
