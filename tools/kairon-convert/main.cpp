@@ -301,7 +301,8 @@ int main(int argc, char** argv) {
   std::vector<std::string> convert_reports;
   convert->add_option("--report", convert_reports,
                       "Write the run's report when it ends: FILE.html for a person, FILE.json for a program "
-                      "(repeatable)");
+                      "(repeatable)")
+      ->allow_extra_args(false);
   convert->add_flag("--overwrite", options.overwrite, "Replace the archive, trace and report of an earlier run");
   convert->add_option("--plugin", plugin, "The plug-in library")->capture_default_str();
 

@@ -56,7 +56,7 @@ std::string BarChart(const std::string& title, const std::vector<std::pair<std::
     svg << "<p class=\"muted\">nothing to show</p></div>";
     return svg.str();
   }
-  constexpr int kLabel = 230, kBar = 270, kValue = 60, kRow = 20;
+  constexpr int kLabel = 215, kBar = 245, kValue = 50, kRow = 20;
   int64_t top = 1;
   for (const auto& bar : bars) top = std::max(top, bar.second);
   const int height = static_cast<int>(bars.size()) * kRow + 4;
@@ -65,8 +65,8 @@ std::string BarChart(const std::string& title, const std::vector<std::pair<std::
   int y = 2;
   for (const auto& [label, value] : bars) {
     std::string shown = label;
-    if (label.size() > 34) {
-      size_t cut = 32;  // not inside a character of several bytes
+    if (label.size() > 31) {
+      size_t cut = 29;  // not inside a character of several bytes
       while (cut > 0 && (static_cast<unsigned char>(label[cut]) & 0xC0) == 0x80) --cut;
       shown = label.substr(0, cut) + "\xE2\x80\xA6";
     }
