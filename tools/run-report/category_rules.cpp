@@ -430,7 +430,7 @@ void ImmaginiEsame(Context& ctx, const std::string& cod_esame, PatientLists& lis
     }
     nome = cnv::filing::CleanName(nome);
     if (File(file, nome, nome + "." + TextOf(image->Field("Settings")), v)) {
-      if (lists.immagini_usate.Contains(ImageKey(*image))) throw Ends{"an exam image taken twice (457)"};
+      if (lists.immagini_usate.Contains(ImageKey(*image))) throw Ends{"an exam image already taken (457)"};
       lists.immagini_usate.Add(ImageKey(*image));
       const std::string media = "I" + TextOf(image->Field("MediaCode"));
       if (!lists.media_usati.Contains(media)) lists.media_usati.Add(media);
@@ -499,7 +499,7 @@ void RegistrazioniPrivate(Context& ctx, const PatientRow& patient, PatientLists&
     nome = cnv::filing::CleanName(nome);
     if (!File(file, nome, nome + "." + TextOf(row.Field("Settings")), v)) return;
     v.Make("Appunti");
-    if (lists.immagini_usate.Contains(ImageKey(row))) throw Ends{"an image already taken by a report (457)"};
+    if (lists.immagini_usate.Contains(ImageKey(row))) throw Ends{"an image already taken by a report or the scans (457)"};
     lists.immagini_usate.Add(ImageKey(row));
   });
 }

@@ -35,7 +35,9 @@ struct Context {
   std::string today;  // "dd/mm/yyyy", the day the run started
 };
 
-// One run of a converter for one patient.
+// One run of a converter for one patient. The row at which a rule ends the
+// converter counts the records it made before that point; the rows after it
+// count as cut, whatever they would have made.
 class Verdict {
  public:
   // A record that the converter hands over: before the end that a rule
