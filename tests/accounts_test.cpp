@@ -382,6 +382,17 @@ TEST_F(SmallSourceAccounts, ADifferenceWithoutCauseIsUnexplained) {
   EXPECT_EQ(Account(r, "anagrafica").unexplained, 1) << Describe(r);
   EXPECT_EQ(r.unexplained, 2);
 
+  // ETA's free prescriptions end at a line without quantity: a line that
+  // says OK contradicts the rules.
+  runreport::RunRecord contradicted = run;
+  contradicted.patient_lines[4].outcome = "OK";
+  contradicted.patient_lines[4].details.clear();
+  const Reconciliation c = runreport::Reconcile(contradicted);
+  const CategoryAccount& free = Account(c, "prescrizioni libere");
+  EXPECT_EQ(free.unforeseen_lines, std::vector<size_t>{4}) << Describe(c);
+  EXPECT_EQ(free.unexplained, 1 + 2);  // the contradiction, and the prescription and item that never came
+  EXPECT_EQ(Account(c, "vaccinazioni").unexplained, 1);
+
   runreport::RunRecord other = run;
   other.patient_lines[1].text = "ROSSI MARIO...";
   const Reconciliation mismatch = runreport::Reconcile(other);

@@ -131,7 +131,7 @@ std::string RunDay(const std::string& started) {
 
 // Splits what one patient received of each store among the steps that make
 // records there, in the order they ran, and books every difference.
-void Book(size_t line_index, const LogLine& line, const PatientReceived* received,
+void Book(size_t line_index, const PatientReceived* received,
           const std::vector<std::string>& steps, const std::vector<rules::Verdict>& verdicts,
           const std::vector<StepReach>& reaches, std::vector<CategoryAccount*>& accounts,
           std::vector<UndecodedStream>& undecoded) {
@@ -186,7 +186,6 @@ void Book(size_t line_index, const LogLine& line, const PatientReceived* receive
     StoreOf(account, store).arrived += excess;
     account.unexplained += excess;
   }
-  (void)line;
 }
 
 }  // namespace
@@ -275,7 +274,7 @@ Reconciliation Reconcile(const RunRecord& run, const HostArchiveFiles& files) {
     for (size_t step = 0; step < steps.size(); ++step) (*step_rules[step])(context, patient, lists, verdicts[step]);
     const std::vector<StepReach> reaches = Reaches(line, steps, verdicts);
     auto received = line.patient != 0 ? run.received.find(line.patient) : run.received.end();
-    Book(index, line, received != run.received.end() ? &received->second : nullptr, steps, verdicts, reaches,
+    Book(index, received != run.received.end() ? &received->second : nullptr, steps, verdicts, reaches,
          step_accounts, accounts.undecoded);
   }
   for (const CategoryAccount& account : accounts.categories) accounts.unexplained += account.unexplained;
