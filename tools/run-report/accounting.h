@@ -28,17 +28,26 @@ struct StoreCount {
   int64_t arrived = 0;
 };
 
+// The accounts of one category over the patients of the run's log (refused
+// ones and those whose category never ran included), told by the category's
+// rules walked in the run's option order (so the per-patient lists of used
+// images hold what the categories before it took). For each store,
+// expected - arrived = the rows of not_arrived that belong to it + what is
+// missing without cause; what arrived beyond expected is unexplained too.
 struct CategoryAccount {
   std::string keyword;               // "anagrafica" for the master record, else as in ListaOpzioni, lower case
   std::vector<std::string> tables;   // the source tables it reads by the patient's key
-  int64_t source_rows = 0;           // rows of those tables for the patients that the run converted
-  std::vector<Cause> left_out;       // rows that the rules leave out, which make no record
+  int64_t source_rows = 0;           // rows of its per-patient table for those patients, once each time it ran
+                                     // (a keyword given twice counts them twice)
+  std::vector<Cause> left_out;       // rows (or files of a row) that the rules leave out, which make no record
   std::vector<Cause> not_arrived;    // records that the rows would have made but that never came, by cause
   std::vector<StoreCount> stores;    // what the rest make, store by store
   int64_t unexplained = 0;           // records missing or in excess that no cause accounts for
   std::vector<size_t> err_lines;     // indexes into RunRecord::patient_lines whose "ERR" came from this category
   // Where the rules themselves end the converter in its trap (a Null
-  // content, a key with a quote...), counted over the patients for whom it ran.
+  // content, a key with a quote...), counted over the patients for whom it
+  // ran. The row where it ends counts the records it made before that
+  // point; the records of the rows after it are not_arrived.
   std::vector<Cause> failures;
   // Patient lines whose outcome the rules don't foresee: the rules end the
   // converter, yet the line shows it reached its end. Each counts once in

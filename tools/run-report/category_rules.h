@@ -78,8 +78,4 @@ struct CategoryRules {
 // The master record first ("anagrafica"), then the 19 categories by keyword.
 const std::vector<CategoryRules>& AllRules();
 
-// The tables and columns that the rules read, by database: what
-// SourceTables must read before the rules run.
-void ReadTablesFor(const std::string& keyword, SourceTables& tables);
-
 }  // namespace runreport::rules
