@@ -229,8 +229,8 @@ Reconciliation Reconcile(const RunRecord& run, const HostArchiveFiles& files) {
     accounts.why_not = "PAZIENTI has no column " + missing.column;
     return accounts;
   }
-  const std::optional<size_t> block = FindBlock(driver_rows, run.patient_lines);
-  if (!block) {
+  const std::optional<std::vector<const DriverRow*>> aligned = Align(driver_rows, run);
+  if (!aligned) {
     accounts.why_not =
         "the run's patient lines are no block of this source's patients in the driver's order: the archive doesn't "
         "come from this source as it is now";
@@ -267,7 +267,7 @@ Reconciliation Reconcile(const RunRecord& run, const HostArchiveFiles& files) {
   rules::Context context{tables, {&farmaci, &esenzioni}, RunDay(run.started)};
   for (size_t index = 0; index < run.patient_lines.size(); ++index) {
     const LogLine& line = run.patient_lines[index];
-    const DriverRow& source = driver_rows[*block + index];
+    const DriverRow& source = *(*aligned)[index];
     const rules::PatientRow patient{source.row, source.key};
     rules::PatientLists lists;
     std::vector<rules::Verdict> verdicts(steps.size());

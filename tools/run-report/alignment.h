@@ -24,8 +24,12 @@ struct DriverRow {
 // Raises ColumnMissing for a missing Cod_Cart, cognome or nome.
 std::vector<DriverRow> DriverRows(const SourceTable& pazienti);
 
-// The first row of the block of rows whose texts are the lines' texts, in
-// order; nullopt when there is none.
-std::optional<size_t> FindBlock(const std::vector<DriverRow>& rows, const std::vector<LogLine>& lines);
+// The row of each line: the block of rows whose texts are the lines' texts,
+// in order; empty when there is none. Patients of one name stand in an
+// order that the database doesn't fix (a surname filter may give them
+// another), so among the lines of one text each goes to the row whose tax
+// code and card are those of the master record that its patient received;
+// the others take the rows left, in order.
+std::optional<std::vector<const DriverRow*>> Align(const std::vector<DriverRow>& rows, const RunRecord& run);
 
 }  // namespace runreport
