@@ -17,9 +17,6 @@
 namespace inspect {
 namespace {
 
-// The user database's file name; the other two lie beside it.
-constexpr size_t kUserFileNameLength = 11;
-
 std::string Upper(std::string name) {
   std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::toupper(c); });
   return name;
@@ -65,14 +62,12 @@ std::string OdsOf(const std::string& path) {
   return ods ? std::to_string(ods->major) + "." + std::to_string(ods->minor) : "";
 }
 
-struct OpenSource {
-  source::opening::Opening opening;  // goes after the connections: its copies are removed with it
-  source::Connection user, media, data;
-  Schema user_schema, media_schema;
-  source::Connection& Of(SourceFile file) { return file == SourceFile::User ? user : file == SourceFile::Media ? media : data; }
-  const Schema& SchemaOf(SourceFile file) {
+// The schemas of the two databases that the conversion reads.
+struct Schemas {
+  Schema user, media;
+  const Schema& Of(SourceFile file) const {
     static const Schema none;
-    return file == SourceFile::User ? user_schema : file == SourceFile::Media ? media_schema : none;
+    return file == SourceFile::User ? user : file == SourceFile::Media ? media : none;
   }
 };
 
@@ -93,48 +88,35 @@ bool Inspection::CanRunAll() const {
 
 Inspection Inspect(const std::string& conn) {
   Inspection inspection;
-  size_t length = host::text::Length(conn);
-  if (length < kUserFileNameLength)
-    throw Unopenable(conn + ": not the path of a GX_USER.FDB (the three databases lie in one folder)");
-  const std::string folder = host::text::Left(conn, length - kUserFileNameLength);
-
-  OpenSource source;
+  SourceDatabases source(conn);
   for (SourceFile file : {SourceFile::User, SourceFile::Media, SourceFile::Data}) {
-    DatabaseState state{file, file == SourceFile::User ? conn : folder + FileName(file), std::nullopt, "", ""};
+    DatabaseState state{file, source.PathOf(file), std::nullopt, "", ""};
     if (source::opening::IsLocalPath(state.path)) {
       std::error_code ec;
       if (std::filesystem::is_regular_file(state.path, ec)) state.size = std::filesystem::file_size(state.path, ec);
       state.ods = OdsOf(state.path);
     }
     try {
-      const std::string attached = source.opening.Prepare(state.path);
-      try {
-        source.Of(file).Open("Driver={Firebird/InterBase(r) driver};Uid=SYSDBA;Pwd=gravelpin; DbName=" + attached);
-      } catch (const host::Failure& failure) {
-        source.opening.Explain(state.path, failure);
-        throw;
-      }
       source::Recordset rs;
       rs.Open("SELECT TRIM(COALESCE(RDB$CHARACTER_SET_NAME, 'NONE')) AS CS FROM RDB$DATABASE", source.Of(file));
       state.character_set = host::TextOf(rs.Field("CS"));
       rs.Close();
     } catch (const host::Failure& failure) {
-      throw Unopenable(!source.opening.cause().empty()
-                           ? source.opening.cause()
-                           : state.path + ": " + std::to_string(failure.number()) + " " + failure.description());
+      throw Unopenable(state.path + ": " + std::to_string(failure.number()) + " " + failure.description());
     }
     inspection.databases.push_back(state);
   }
 
-  inspection.through_private_copy = !source.opening.private_folder().empty();
+  inspection.through_private_copy = source.through_private_copy();
+  Schemas schemas;
   try {
-    source.user_schema = ReadSchema(source.user);
-    source.media_schema = ReadSchema(source.media);
+    schemas.user = ReadSchema(source.Of(SourceFile::User));
+    schemas.media = ReadSchema(source.Of(SourceFile::Media));
 
     for (const Category& category : Categories()) {
       CategoryState state{category.keyword, category.suffix, {}};
       for (const TableUse& use : category.tables) {
-        const Schema& schema = source.SchemaOf(use.file);
+        const Schema& schema = schemas.Of(use.file);
         auto table = schema.find(Upper(use.table));
         TableState table_state{use.table, use.file, use.per_patient, table != schema.end(), {}};
         for (const ColumnUse& column : use.columns)
@@ -148,9 +130,9 @@ Inspection Inspect(const std::string& conn) {
     // The patients' keys, as stored, for the rows of other tables to be
     // matched against.
     std::set<std::string> keys;
-    if (source.user_schema.count("PAZIENTI") && source.user_schema["PAZIENTI"].count("COD_CART")) {
+    if (schemas.user.count("PAZIENTI") && schemas.user["PAZIENTI"].count("COD_CART")) {
       source::Recordset rs;
-      rs.Open("SELECT Cod_Cart FROM PAZIENTI", source.user);
+      rs.Open("SELECT Cod_Cart FROM PAZIENTI", source.Of(SourceFile::User));
       for (; !rs.Eof(); rs.MoveNext()) {
         ++inspection.patients;
         std::string key = WithoutTrailingBlanks(rs.QueryText("Cod_Cart"));
@@ -166,7 +148,7 @@ Inspection Inspect(const std::string& conn) {
     for (const Category& category : Categories()) {
       for (const TableUse& use : category.tables) {
         if (!figured.insert(use.table).second) continue;
-        const Schema& schema = source.SchemaOf(use.file);
+        const Schema& schema = schemas.Of(use.file);
         auto table = schema.find(Upper(use.table));
         TableFigures figures{use.table, use.file, table != schema.end()};
         if (figures.present) {
@@ -188,12 +170,12 @@ Inspection Inspect(const std::string& conn) {
       }
     }
 
-    auto studio = source.user_schema.find("STUDIO");
+    auto studio = schemas.user.find("STUDIO");
     inspection.doctors_table_usable =
-        studio != source.user_schema.end() && studio->second.count("COGNOME") && studio->second.count("NOME");
+        studio != schemas.user.end() && studio->second.count("COGNOME") && studio->second.count("NOME");
     if (inspection.doctors_table_usable) {
       source::Recordset rs;
-      rs.Open("SELECT cognome, nome FROM STUDIO", source.user);
+      rs.Open("SELECT cognome, nome FROM STUDIO", source.Of(SourceFile::User));
       for (; !rs.Eof(); rs.MoveNext())
         inspection.doctors.push_back(
             host::text::Trim(host::TextOf(rs.Field("cognome")) + " " + host::TextOf(rs.Field("nome"))));

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/ambulor-inspect/catalogue.h"
+#include "tools/ambulor-inspect/source_databases.h"
 
 namespace inspect {
 
@@ -67,12 +68,6 @@ struct Inspection {
   bool CanRunAll() const;
 };
 
-// Raised when a database of the source can't be opened; what() says which,
-// why and what to do, as the plug-in tells it.
-class Unopenable : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 // Opens the source whose user database conn names (a path ending in
 // GX_USER.FDB, or "host:path" of a server) by the plug-in's own rules (a

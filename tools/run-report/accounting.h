@@ -22,20 +22,37 @@ struct Cause {
 // Records of one store that a category should have made, and those of them
 // that reached the host.
 struct StoreCount {
-  std::string store;  // as in the archive: "Problemi", "Ricette", "PrescrizioneFarmaci", "Files"
+  std::string store;  // as in the archive: "Problemi", "Ricette", "PrescrizioneFarmaci", "Files"; the master
+                      // record itself (the table patients) is "patients"
   int64_t expected = 0;
   int64_t arrived = 0;
 };
 
+// The accounts of one category over the patients of the run's log (refused
+// ones and those whose category never ran included), told by the category's
+// rules walked in the run's option order (so the per-patient lists of used
+// images hold what the categories before it took). For each store,
+// expected - arrived = the rows of not_arrived that belong to it + what is
+// missing without cause; what arrived beyond expected is unexplained too.
 struct CategoryAccount {
   std::string keyword;               // "anagrafica" for the master record, else as in ListaOpzioni, lower case
   std::vector<std::string> tables;   // the source tables it reads by the patient's key
-  int64_t source_rows = 0;           // rows of those tables for the patients that the run converted
-  std::vector<Cause> left_out;       // rows that the rules leave out, which make no record
+  int64_t source_rows = 0;           // rows of its per-patient table for those patients, once each time it ran
+                                     // (a keyword given twice counts them twice)
+  std::vector<Cause> left_out;       // rows (or files of a row) that the rules leave out, which make no record
   std::vector<Cause> not_arrived;    // records that the rows would have made but that never came, by cause
   std::vector<StoreCount> stores;    // what the rest make, store by store
   int64_t unexplained = 0;           // records missing or in excess that no cause accounts for
   std::vector<size_t> err_lines;     // indexes into RunRecord::patient_lines whose "ERR" came from this category
+  // Where the rules themselves end the converter in its trap (a Null
+  // content, a key with a quote...), counted over the patients for whom it
+  // ran. The row where it ends counts the records it made before that
+  // point; the records of the rows after it are not_arrived.
+  std::vector<Cause> failures;
+  // Patient lines whose outcome the rules don't foresee: the rules end the
+  // converter, yet the line shows it reached its end. Each counts once in
+  // unexplained.
+  std::vector<size_t> unforeseen_lines;
 };
 
 // A file that a category found in the source but could not store.
@@ -54,9 +71,17 @@ struct Reconciliation {
   int64_t unexplained = 0;  // over all categories
 };
 
+// The host's archives that decide whether some rows make a record (a drug
+// code of an allergy, an exemption's key). Empty: the ones shipped in data/,
+// which kairon-convert takes by default.
+struct HostArchiveFiles {
+  std::string farmaci_csv, esenzioni_csv;
+};
+
 // Opens the source that run.conn names, reading only and by the plug-in's
 // own opening rules, finds the patient row of each of run's patient lines,
 // and reconciles. Never raises for the source: what stops it is why_not.
 Reconciliation Reconcile(const RunRecord& run);
+Reconciliation Reconcile(const RunRecord& run, const HostArchiveFiles& archives);
 
 }  // namespace runreport

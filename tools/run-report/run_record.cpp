@@ -113,8 +113,14 @@ RunRecord ReadRun(const std::string& path) {
   run.driver_lines.assign(lines.begin(), lines.begin() + driver);
   run.patient_lines.assign(lines.begin() + driver, lines.end());
 
-  archive.Each("SELECT id FROM patients", [&](sqlite3_stmt* row) {
-    run.received[sqlite3_column_int64(row, 0)].imported = true;
+  archive.Each("SELECT id, members FROM patients", [&](sqlite3_stmt* row) {
+    PatientReceived& patient = run.received[sqlite3_column_int64(row, 0)];
+    patient.imported = true;
+    const nlohmann::json members = nlohmann::json::parse(Text(row, 1), nullptr, false);
+    if (!members.is_object()) return;
+    for (const auto& [name, value] : members.items())
+      if (value.is_object() && value.value("type", "") == "text" && value["value"].is_string())
+        patient.texts[name] = value["value"].get<std::string>();
   });
   auto count = [&](int64_t patient, const std::string& store, int64_t n) {
     run.received[patient].records[store] += n;

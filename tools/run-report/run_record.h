@@ -31,6 +31,7 @@ struct ReceivedFile {
 // item stores for their items ("PrescrizioneFarmaci"), "Files" for files.
 struct PatientReceived {
   bool imported = false;  // ImportaAnagrafica stored its master record
+  std::map<std::string, std::string> texts;  // the master record's members that hold text ("CodiceFiscale", "Tessera")
   std::map<std::string, int64_t> records;  // store -> count
   std::vector<ReceivedFile> files;         // in the order stored
 };
