@@ -13,10 +13,10 @@ namespace runreport {
 namespace {
 
 // The stores that each category files into, as the converters call them;
-// the master record's own row is counted as "Anagrafica".
+// the master record's own row is counted as "patients", its table.
 const std::map<std::string, std::vector<std::string>>& StoresOfCategory() {
   static const std::map<std::string, std::vector<std::string>> stores = {
-      {"anagrafica", {"Anagrafica", "Rapporti"}},
+      {"anagrafica", {"patients", "Rapporti"}},
       {"allergie", {"Allergie"}},
       {"appunti", {"Appunti"}},
       {"bmi", {"BMI"}},
@@ -206,12 +206,15 @@ Figures MakeFigures(const std::string& archive, const RunRecord& run, const Reco
   // The records that reached each store, the master records among them.
   std::map<std::string, int64_t> per_store = run.records_per_store;
   for (const auto& [patient, received] : run.received)
-    if (received.imported && patient != 0) ++per_store["Anagrafica"];
+    if (received.imported && patient != 0) ++per_store["patients"];
 
   if (accounts.done) {
     for (const CategoryAccount& account : accounts.categories) {
       Figures::Category category{account.keyword, NameOf(account.keyword), account.tables, account.source_rows,
-                                 account.left_out, account.not_arrived, {}, 0, account.unexplained, {}};
+                                 account.left_out, account.not_arrived, {}, 0, account.unexplained, {},
+                                 account.failures, {}};
+      for (size_t line : account.unforeseen_lines)
+        if (line < run.patient_lines.size()) category.unforeseen.push_back(PatientName(run.patient_lines[line]));
       for (const StoreCount& store : account.stores) {
         category.stores.push_back({store.store, store.expected, store.arrived, {}});
         category.records += store.arrived;
@@ -224,7 +227,7 @@ Figures MakeFigures(const std::string& archive, const RunRecord& run, const Reco
     const std::vector<std::string> keywords = KeywordsOfOptions(run.options);
     for (const std::string& keyword : keywords) {
       Figures::Category category{keyword, NameOf(keyword), TablesOf(keyword), std::nullopt, {}, {}, {}, 0,
-                                 std::nullopt, err_by_keyword[keyword]};
+                                 std::nullopt, err_by_keyword[keyword], {}, {}};
       auto stores = StoresOfCategory().find(keyword);
       if (stores != StoresOfCategory().end())
         for (const std::string& store : stores->second) {

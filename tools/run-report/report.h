@@ -68,6 +68,8 @@ struct Figures {
     int64_t records = 0;                 // arrived, over its stores (a shared store counted whole)
     std::optional<int64_t> unexplained;  // known from the accounts only
     std::vector<std::string> err_patients;  // the names of the patients that ended in "ERR" here
+    std::vector<Cause> ended_by_rule;       // where the rules themselves end the category, from the accounts
+    std::vector<std::string> unforeseen;    // patients whose line reached an end that the rules don't foresee
   };
   struct ErrReason {
     std::string reason;    // "Diagnosi Errore 94 Utilizzo non valido di Null", without the patient's name

@@ -158,8 +158,9 @@ void CategoriesSection(std::ostringstream& html, const Figures& f) {
           "<th class=\"n\">ERR</th></tr>";
   for (const Figures::Category& c : f.categories) {
     html << "<tr><td><b>" << E(c.name) << "</b></td><td>" << JoinEscaped(c.tables) << "</td><td class=\"n\">"
-         << OrDash(c.source_rows) << "</td><td>" << CausesCell(c.left_out) << "</td><td>" << CausesCell(c.not_arrived)
-         << "</td><td>";
+         << OrDash(c.source_rows) << "</td><td>" << CausesCell(c.left_out) << "</td><td>" << CausesCell(c.not_arrived);
+    if (!c.ended_by_rule.empty()) html << "<span class=\"muted\">where the rules end it:</span>" << CausesCell(c.ended_by_rule);
+    html << "</td><td>";
     for (const Figures::Store& store : c.stores) {
       html << E(store.store) << ": " << store.arrived;
       if (store.expected) html << " / " << *store.expected;
@@ -167,7 +168,9 @@ void CategoriesSection(std::ostringstream& html, const Figures& f) {
       html << "<br>";
     }
     const bool bad = c.unexplained && *c.unexplained != 0;
-    html << "</td><td class=\"n" << (bad ? " bad" : "") << "\">" << OrDash(c.unexplained) << "</td><td class=\"n"
+    html << "</td><td class=\"n" << (bad ? " bad" : "") << "\">" << OrDash(c.unexplained);
+    if (!c.unforeseen.empty()) html << "<br><span class=\"muted\">not foreseen: " << JoinEscaped(c.unforeseen) << "</span>";
+    html << "</td><td class=\"n"
          << (c.err_patients.empty() ? "" : " err") << "\">" << c.err_patients.size() << "</td></tr>";
   }
   html << "</table>";

@@ -92,7 +92,9 @@ ordered_json RenderJson(const Figures& figures) {
                           {"stores", stores},
                           {"records", category.records},
                           {"unexplained", OrNull(category.unexplained)},
-                          {"err_patients", category.err_patients}});
+                          {"err_patients", category.err_patients},
+                          {"ended_by_rule", Causes(category.ended_by_rule)},
+                          {"unforeseen_patients", category.unforeseen}});
   }
   report["categories"] = categories;
   report["records_per_store"] = run.records_per_store;
