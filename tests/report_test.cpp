@@ -90,7 +90,9 @@ TEST_F(ReportOfRun, ShowsEveryCategoryOfTheRunWithItsRecords) {
   EXPECT_EQ(pressione["stores"][0]["arrived"], 1);
   EXPECT_EQ(pressione["err_patients"].size(), 1u);
   for (const json& store : (*json_)["categories"][0]["stores"]) {
-    if (store["store"] == "patients") EXPECT_EQ(store["arrived"], 3);  // the master records
+    if (store["store"] == "patients") {
+      EXPECT_EQ(store["arrived"], 3);  // the master records
+    }
   }
   EXPECT_EQ((*json_)["records_per_store"], json(record_->records_per_store));
 
