@@ -51,7 +51,9 @@ class Recordset {
 
   // The value of a field of the current row, by name (the column's alias)
   // without regard to case. Raises 3265 for a name the query doesn't have,
-  // and 3021 at Eof.
+  // and 3021 at Eof. A BLOB is read at the first request for it in its row
+  // (a row whose BLOBs no one asks for costs no BLOB read), and a failure of
+  // that read is raised here with the database's number.
   host::Value Field(std::string_view name) const;
 
   // The field as it goes back into a query of the same source: a text
