@@ -258,6 +258,7 @@ void Recordset::Impl::Fetch() {
   for (size_t i = 0; i < all.size(); ++i) {
     const bool null = Load<int16_t>(query->buffer.data() + all[i].null_offset) != 0;
     if (all[i].type == SQL_BLOB && !null) {
+      row[i] = host::Value();  // the row before's BLOB is let go at once
       pending[i] = true;
     } else {
       row[i] = Decode(all[i]);
