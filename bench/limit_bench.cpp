@@ -143,10 +143,21 @@ ReadCount ReadSource(const fs::path& folder) {
     }
     for (const std::string& table : tables) {
       if (std::find(present.begin(), present.end(), table) == present.end()) continue;
+      std::vector<std::string> columns;
+      {
+        source::Recordset names;
+        names.Open("SELECT TRIM(RDB$FIELD_NAME) AS NAME FROM RDB$RELATION_FIELDS WHERE RDB$RELATION_NAME = '" +
+                       table + "'",
+                   connection);
+        for (; !names.Eof(); names.MoveNext()) columns.push_back(names.Field("NAME").text());
+      }
       source::Recordset rows;
       rows.Open("SELECT * FROM " + table, connection);
-      // The recordset decodes a row's every column, BLOBs too, as it reaches it.
-      for (; !rows.Eof(); rows.MoveNext()) ++count.rows;
+      // Every column is asked for, so that each BLOB is read and decoded too.
+      for (; !rows.Eof(); rows.MoveNext()) {
+        for (const std::string& column : columns) rows.Field(column);
+        ++count.rows;
+      }
     }
     connection.Close();
   }

@@ -31,15 +31,15 @@ class Recordset {
   // 3709 for a connection that isn't open and 3705 if this one already is.
   void Open(const std::string& sql, Connection& connection);
 
-  // Runs a query that the connection prepares once and then runs again for
-  // each call with the same text, its "?" markers bound in order to the
-  // values: each the bytes of a text as QueryText gives them, which the
-  // database compares with a column exactly as it compares the same bytes
-  // written between quotes into the query (a number's digits, too), however
-  // long. A value that holds a single quote fails as the query with the value
-  // written into it fails, with the database's syntax error at the word after
-  // the quote: a value never changes which rows a query selects. Raises as
-  // the other Open does.
+  // Runs a query that the connection prepares once (once more when some value
+  // passes 64 bytes) and then runs again for each call with the same text, its
+  // "?" markers bound in order to the values: each the bytes of a text as
+  // QueryText gives them, which the database compares with a column exactly as
+  // it compares the same bytes written between quotes into the query (a number's
+  // digits, too), however long. A value that holds a single quote fails as the
+  // query with the value written into it fails, with the database's syntax error
+  // at the word after the quote: a value never changes which rows a query
+  // selects. Raises as the other Open does.
   void Open(const std::string& sql, const std::vector<std::string>& parameters, Connection& connection);
 
   // True once the rows are exhausted (at once for a query without rows).
@@ -51,7 +51,9 @@ class Recordset {
 
   // The value of a field of the current row, by name (the column's alias)
   // without regard to case. Raises 3265 for a name the query doesn't have,
-  // and 3021 at Eof.
+  // and 3021 at Eof. A BLOB is read at the first request for it in its row
+  // (a row whose BLOBs no one asks for costs no BLOB read), and a failure of
+  // that read is raised here with the database's number.
   host::Value Field(std::string_view name) const;
 
   // The field as it goes back into a query of the same source: a text

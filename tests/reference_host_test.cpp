@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <cstdio>
@@ -18,6 +19,7 @@
 #include "host/failure.h"
 #include "support/fixture.h"
 #include "tools/kairon-convert/catalogues.h"
+#include "tools/kairon-convert/file_content.h"
 #include "tools/kairon-convert/typed_value.h"
 
 namespace {
@@ -295,6 +297,38 @@ TEST_F(ReferenceHostTest, SalvaFileStoresTheFileAndKillfileForgivesMissingOnes) 
   EXPECT_TRUE(calls[1].contains("file") && calls[1]["file"].is_null());
   EXPECT_FALSE(calls[1].contains("out"));
   EXPECT_FALSE(calls[1].contains("returns"));
+}
+
+// Without a trace the host reads a file once, digesting it as it stores it:
+// a file of many chunks keeps its bytes and digest, an empty one is stored,
+// and a folder or a FIFO (never waited on) takes no number.
+TEST_F(ReferenceHostTest, SalvaFileDigestsWhatItStoresAndNumbersOnlyFiles) {
+  options_.trace.clear();
+  std::string content;
+  for (int i = 0; i < 200000; ++i) content += static_cast<char>(i * 7919 % 251);
+  const std::string large = WriteFile("scansione.tif", content);
+  const std::string empty = WriteFile("vuoto.txt", "");
+  const std::string fifo = dir_ / "coda";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  std::vector<std::string> ids;
+  Run([&](const host::Value& iface) {
+    host::Value files = host::Get(NewPatient(iface, "ROSSI"), "Files");
+    for (const std::string& path : {large, options_.tempdir, fifo, empty}) {
+      host::Value id = "", where = path;
+      host::Call(files, "SalvaFile", {host::Arg::Ref(id), "titolo", host::Arg::Ref(where)});
+      ids.push_back(host::TextOf(id));
+    }
+    return true;
+  });
+
+  EXPECT_EQ(ids, (std::vector<std::string>{"F1", "", "", "F2"}));
+  std::string hex;
+  for (unsigned char c : content) hex += "0123456789ABCDEF"[c >> 4], hex += "0123456789ABCDEF"[c & 15];
+  const std::string sha = refhost::Sha256Hex(std::vector<uint8_t>(content.begin(), content.end()));
+  EXPECT_EQ(Rows("SELECT id, size, sha256, hex(content) FROM files ORDER BY rowid"),
+            (std::vector<std::vector<std::string>>{
+                {"F1", "200000", sha, hex},
+                {"F2", "0", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855", ""}}));
 }
 
 TEST_F(ReferenceHostTest, FailPlanCountsCallsOverTheWholeRun) {

@@ -192,6 +192,30 @@ TEST_F(SourceDatabase, NavigatesForwardWithFieldsByName) {
   EXPECT_EQ(FailureOf([&] { after_close.Open("SELECT * FROM VISITE", connection); }).number(), 3709);
 }
 
+// BLOBs are read when asked for: always those of the row the recordset
+// stands on, whichever rows were passed over and however often they are asked.
+TEST_F(SourceDatabase, BlobsComeFromTheRowAskedFor) {
+  const std::string path =
+      Create("BLOBS.FDB", {"CREATE TABLE IMAGES (K INTEGER, bindata BLOB SUB_TYPE 0, Testo BLOB SUB_TYPE 1)"},
+             {{"IMAGES", {{"K", Value::I32(1)}, {"bindata", Value::Bytes({1})}, {"Testo", Value("uno")}}},
+              {"IMAGES", {{"K", Value::I32(2)}, {"bindata", Value::Bytes({2, 2})}, {"Testo", Value("due")}}},
+              {"IMAGES", {{"K", Value::I32(3)}, {"bindata", Value::Null()}, {"Testo", Value("tre")}}}});
+  source::Connection connection;
+  connection.Open(ConnectionTextFor(path));
+  source::Recordset rows;
+  rows.Open("SELECT * FROM IMAGES ORDER BY K", connection);
+  rows.MoveNext();
+  EXPECT_EQ(rows.Bytes("BINDATA"), Value::Bytes({2, 2}));
+  EXPECT_EQ(rows.Field("bindata"), Value::Bytes({2, 2}));
+  EXPECT_EQ(rows.QueryText("testo"), "due");
+  EXPECT_EQ(rows.Field("Testo"), Value("due"));
+  rows.MoveNext();
+  EXPECT_TRUE(rows.Bytes("bindata").is_null());
+  EXPECT_EQ(rows.Field("testo"), Value("tre"));
+  rows.MoveNext();
+  EXPECT_EQ(FailureOf([&] { rows.Field("bindata"); }).number(), 3021);
+}
+
 TEST_F(SourceDatabase, FailuresCarryTheDatabaseNumberAndMessage) {
   const std::string path = Create("ERR.FDB", {"CREATE TABLE STUDIO (cognome VARCHAR(30))"}, {});
   source::Connection connection;

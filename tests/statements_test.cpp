@@ -85,8 +85,13 @@ TEST_F(Statements, ParametersSelectTheRowsThatLiteralsSelect) {
   for (const char* column : columns) {
     // Every stored value in the bytes that QueryText gives, and values that
     // compare in the database's own ways: trailing blanks, case, a value
-    // longer than the column, nothing, a number written otherwise.
+    // longer than the column, nothing, a number written otherwise; for a
+    // text column also values of 64 bytes and of more (one query text runs
+    // with statements of more room for them), blanks or not at their end.
     std::vector<std::string> probes = {"abc  ", "Abc", "abcdefghijklmnopqrstuvwxyz", "", "42.0", "1e5", "K"};
+    if (std::string_view(column) != "KNUM" && std::string_view(column) != "KINT")
+      probes.insert(probes.end(), {"abc" + std::string(61, ' '), "abc" + std::string(62, ' '), std::string(64, 'x'),
+                                   std::string(65, 'x'), std::string(300, 'a')});
     {
       source::Recordset rs;
       for (rs.Open(std::string("SELECT ") + column + " FROM K", connection_); !rs.Eof(); rs.MoveNext())

@@ -1,8 +1,11 @@
 #include "tools/kairon-convert/archive.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -10,6 +13,7 @@
 #include <memory>
 #include <vector>
 
+#include "tools/kairon-convert/file_content.h"
 #include "tools/kairon-convert/output_files.h"
 
 namespace refhost {
@@ -36,6 +40,9 @@ constexpr const char* kTables[][8] = {
     {"messages", "seq", "kind", "text"},
     {"runs", "id", "started", "ended", "conn", "options", "result", "last_error"},
 };
+
+// The length of a SHA-256 digest in hex.
+constexpr size_t kSha256HexLength = 64;
 
 // How long an operation waits for another program that holds the file.
 constexpr int kBusyMilliseconds = 5000;
@@ -298,35 +305,73 @@ void Archive::AddPrescriptionItem(std::optional<int64_t> prescription_id, const 
       .Run();
 }
 
-void Archive::AddFile(const StoredFile& file) {
-  std::lock_guard<std::recursive_mutex> lock(mutex_);
-  // The row is made with a content of zeros of the file's size, which is
-  // then written over a chunk at a time: the file is never whole in memory.
-  const int64_t row = Statement(db_, Prepared("INSERT INTO files(id, patient_id, title, name, size, sha256, content) "
-                                              "VALUES(?, ?, ?, ?, ?, ?, zeroblob(?))"))
-                          .Bind(file.id)
-                          .Bind(file.patient_id)
-                          .Bind(file.title)
-                          .Bind(file.name)
-                          .Bind(file.size)
-                          .Bind(file.sha256)
-                          .Bind(file.size)
-                          .Run();
-  if (file.size == 0) return;
+// The row is made with a content of zeros of the file's size, which is then
+// written over a chunk at a time: the file is never whole in memory.
+int64_t Archive::InsertFile(const StoredFile& file) {
+  return Statement(db_, Prepared("INSERT INTO files(id, patient_id, title, name, size, sha256, content) "
+                                 "VALUES(?, ?, ?, ?, ?, ?, zeroblob(?))"))
+      .Bind(file.id)
+      .Bind(file.patient_id)
+      .Bind(file.title)
+      .Bind(file.name)
+      .Bind(file.size)
+      .Bind(file.sha256)
+      .Bind(file.size)
+      .Run();
+}
+
+// Writes file.size bytes from fd over the zero content of row, each chunk
+// also into digest if one is given. False when fd can't be read.
+bool Archive::CopyContent(int64_t row, const StoredFile& file, int fd, Sha256* digest) {
+  if (file.size == 0) return true;
   sqlite3_blob* blob = nullptr;
   if (sqlite3_blob_open(db_, "main", "files", "content", row, 1, &blob) != SQLITE_OK) Fail(db_);
   std::unique_ptr<sqlite3_blob, decltype(&sqlite3_blob_close)> open_blob(blob, sqlite3_blob_close);
-  std::ifstream in(file.path, std::ios::binary);
   std::vector<char> chunk(1 << 16);
   int64_t written = 0;
   while (written < file.size) {
-    in.read(chunk.data(), static_cast<std::streamsize>(std::min<int64_t>(chunk.size(), file.size - written)));
-    const std::streamsize got = in.gcount();
-    if (got <= 0) throw WriteError("the file " + file.path + " changed while it was stored");
+    const ssize_t got =
+        read(fd, chunk.data(), static_cast<size_t>(std::min<int64_t>(static_cast<int64_t>(chunk.size()), file.size - written)));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return false;
+    if (got == 0) throw WriteError("the file " + file.path + " changed while it was stored");
+    if (digest != nullptr) digest->Update(chunk.data(), static_cast<size_t>(got));
     if (sqlite3_blob_write(blob, chunk.data(), static_cast<int>(got), static_cast<int>(written)) != SQLITE_OK)
       Fail(db_);
     written += got;
   }
+  return true;
+}
+
+void Archive::AddFile(const StoredFile& file) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const int64_t row = InsertFile(file);
+  const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0 && file.size > 0) throw WriteError("the file " + file.path + " changed while it was stored");
+  const bool copied = CopyContent(row, file, fd, nullptr);
+  if (fd >= 0) close(fd);
+  if (!copied) throw WriteError("the file " + file.path + " changed while it was stored");
+}
+
+std::optional<std::string> Archive::AddFileDigesting(const StoredFile& file, int fd) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  // The digest's place holds zeros of its length until the content is
+  // through, then is written over as the content is: an UPDATE would
+  // rewrite the whole row, content and all.
+  StoredFile placed = file;
+  placed.sha256.assign(kSha256HexLength, '0');
+  const int64_t row = InsertFile(placed);
+  Sha256 digest;
+  if (!CopyContent(row, file, fd, &digest)) {
+    Statement(db_, Prepared("DELETE FROM files WHERE rowid = ?")).Bind(row).Run();
+    return std::nullopt;
+  }
+  std::string sha256 = digest.Hex();
+  sqlite3_blob* blob = nullptr;
+  if (sqlite3_blob_open(db_, "main", "files", "sha256", row, 1, &blob) != SQLITE_OK) Fail(db_);
+  std::unique_ptr<sqlite3_blob, decltype(&sqlite3_blob_close)> open_blob(blob, sqlite3_blob_close);
+  if (sqlite3_blob_write(blob, sha256.data(), static_cast<int>(sha256.size()), 0) != SQLITE_OK) Fail(db_);
+  return sha256;
 }
 
 void Archive::AddMessage(const std::string& kind, const std::string& text) {

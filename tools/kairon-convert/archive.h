@@ -20,6 +20,8 @@ struct sqlite3_stmt;
 
 namespace refhost {
 
+class Sha256;
+
 struct StoredFile {
   std::string id;  // "F1", "F2", ...
   int64_t patient_id = 0;
@@ -58,7 +60,14 @@ class Archive {
   int64_t AddPrescription(int64_t patient_id, const std::string& members);
   void AddPrescriptionItem(std::optional<int64_t> prescription_id, const std::string& store,
                            const std::string& members);
+  // The files row of file, its content copied from file.path a chunk at a
+  // time into a zero blob of file.size bytes.
   void AddFile(const StoredFile& file);
+  // The files row of file with the content that fd gives (file.size bytes,
+  // a chunk at a time) and the SHA-256 digest of it, taken on the way, in
+  // place of file.sha256; gives that digest. Nullopt, and no row, when fd
+  // can't be read; WriteError when it ends before file.size bytes.
+  std::optional<std::string> AddFileDigesting(const StoredFile& file, int fd);
   void AddMessage(const std::string& kind, const std::string& text);
 
   // Commits and closes the file, leaving it without journal beside it. Any
@@ -72,6 +81,8 @@ class Archive {
  private:
   explicit Archive(sqlite3* db);
   void Execute(const char* sql);
+  int64_t InsertFile(const StoredFile& file);
+  bool CopyContent(int64_t row, const StoredFile& file, int fd, Sha256* digest);
   sqlite3_stmt* Prepared(const char* sql);
   void FinalizeStatements();
   void CommitLocked();

@@ -2,7 +2,9 @@
 // SHA-256 digest, never its whole content in memory.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,5 +21,21 @@ struct FileDigest {
 std::optional<FileDigest> DigestFile(const std::string& path);
 
 std::string Sha256Hex(const std::vector<uint8_t>& bytes);
+
+// A SHA-256 digest taken a piece at a time: Hex gives the digest of every
+// piece given so far, in lower-case hex, and ends it.
+class Sha256 {
+ public:
+  Sha256();
+  ~Sha256();
+  Sha256(const Sha256&) = delete;
+  Sha256& operator=(const Sha256&) = delete;
+  void Update(const void* data, size_t size);
+  std::string Hex();
+
+ private:
+  struct Context;
+  std::unique_ptr<Context> context_;
+};
 
 }  // namespace refhost

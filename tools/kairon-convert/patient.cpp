@@ -1,6 +1,10 @@
 // The patient object and what hangs from it: the record stores, Problemi
 // with its Lista, Ricette and the four prescription item stores, and Files.
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "host/failure.h"
 #include "tools/kairon-convert/file_content.h"
 #include "tools/kairon-convert/objects.h"
@@ -159,6 +163,14 @@ class ItemStore : public StoreObject {
   }
 };
 
+// An open file, closed with its holder.
+struct Descriptor {
+  int fd;
+  ~Descriptor() {
+    if (fd >= 0) close(fd);
+  }
+};
+
 // Files.SalvaFile(id, title, path).
 class FilesStore : public HostObject {
  public:
@@ -178,17 +190,21 @@ class FilesStore : public HostObject {
   host::Value Invoke(std::string_view member, host::Args& args) override {
     if (!host::SameName(member, "SalvaFile")) return HostObject::Invoke(member, args);
     RequireArgs(args, 3);
-    std::optional<FileDigest> file = Digest(args[2]);
-    if (!file) return {};
+    if (args[2].value().type() == host::Type::Object) return {};
     StoredFile stored;
-    stored.id = "F" + std::to_string(session().NextFile());
+    stored.path = host::TextOf(args[2].value());
+    // The file is read once: its digest is taken while it is stored.
+    const Descriptor file{stored.path.empty() ? -1 : open(stored.path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)};
+    struct stat st {};
+    if (file.fd < 0 || fstat(file.fd, &st) != 0 || !S_ISREG(st.st_mode)) return {};
+    stored.id = "F" + std::to_string(session().PeekFile());
     stored.patient_id = patient_;
     stored.title = host::TextOf(args[1].value());
-    stored.name = BaseName(host::TextOf(args[2].value()));
-    stored.sha256 = std::move(file->sha256);
-    stored.size = file->size;
-    stored.path = host::TextOf(args[2].value());
-    session().archive().AddFile(stored);
+    stored.name = BaseName(stored.path);
+    stored.size = st.st_size;
+    std::optional<std::string> sha256 = session().archive().AddFileDigesting(stored, file.fd);
+    if (!sha256) return {};
+    session().NextFile();
     session().CountFile(stored.size);
     args[0].value() = stored.id;
     return {};

@@ -126,6 +126,8 @@ class Session {
   int64_t NextItemRicetta() { return ++items_; }
   int64_t NextProblem() { return ++problems_; }
   int64_t NextFile() { return ++files_; }
+  // The number that NextFile will give, for a file not yet sure to be stored.
+  int64_t PeekFile() const { return files_ + 1; }
 
   // The end of the run: the last patient's transaction is committed, the
   // trace written out, and the progress bar taken away. The archive stays
