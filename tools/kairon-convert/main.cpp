@@ -193,6 +193,7 @@ int WriteReports(const std::vector<runreport::ReportTarget>& targets, const std:
     accounts.why_not = e.what();
   }
   const runreport::Figures figures = runreport::MakeFigures(archive, run, accounts, live);
+  std::cout << "Accounts: " << figures.AccountsSummary() << "\n";
   int status = kSuccess;
   for (const runreport::ReportTarget& target : targets) {
     try {
