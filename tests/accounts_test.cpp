@@ -4,7 +4,6 @@
 #include "tools/run-report/accounting.h"
 
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <map>
 #include <sstream>
@@ -16,6 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using host::Date;
+using fixture::Gzip;
 using host::Value;
 using runreport::CategoryAccount;
 using runreport::Reconciliation;
@@ -41,20 +41,6 @@ std::string Describe(const Reconciliation& r) {
 using Bytes = std::vector<uint8_t>;
 
 Bytes Of(const std::string& s) { return Bytes(s.begin(), s.end()); }
-
-Bytes Gzip(const std::string& text) {
-  z_stream stream{};
-  deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY);
-  Bytes out(deflateBound(&stream, text.size()) + 32);
-  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
-  stream.avail_in = static_cast<uInt>(text.size());
-  stream.next_out = out.data();
-  stream.avail_out = static_cast<uInt>(out.size());
-  deflate(&stream, Z_FINISH);
-  out.resize(stream.total_out);
-  deflateEnd(&stream);
-  return out;
-}
 
 Bytes Cut(Bytes bytes, size_t n) {
   bytes.resize(n);

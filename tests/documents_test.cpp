@@ -4,7 +4,6 @@
 // folder, which nothing written by the plug-in outlives and nothing escapes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <filesystem>
 #include <functional>
@@ -21,6 +20,7 @@ using fixture::Bool;
 using fixture::I16;
 using fixture::json;
 using fixture::Text;
+using fixture::Gzip;
 using host::Date;
 using host::Value;
 using ::testing::ElementsAre;
@@ -31,20 +31,6 @@ using Bytes = std::vector<uint8_t>;
 namespace fs = std::filesystem;
 
 Bytes Of(const std::string& s) { return Bytes(s.begin(), s.end()); }
-
-Bytes Gzip(const Bytes& content) {
-  z_stream stream{};
-  deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY);
-  Bytes out(deflateBound(&stream, content.size()) + 32);
-  stream.next_in = const_cast<Bytef*>(content.data());
-  stream.avail_in = static_cast<uInt>(content.size());
-  stream.next_out = out.data();
-  stream.avail_out = static_cast<uInt>(out.size());
-  deflate(&stream, Z_FINISH);
-  out.resize(stream.total_out);
-  deflateEnd(&stream);
-  return out;
-}
 
 Bytes Join(Bytes a, const Bytes& b) {
   a.insert(a.end(), b.begin(), b.end());

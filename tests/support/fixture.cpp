@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <ibase.h>
 #include <sqlite3.h>
+#include <zlib.h>
 
 #include "plugin/Conversione.h"
 
@@ -34,6 +35,22 @@ TempDir::~TempDir() {
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
 }
+
+std::vector<uint8_t> Gzip(const std::vector<uint8_t>& content) {
+  z_stream stream{};
+  deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY);
+  std::vector<uint8_t> out(deflateBound(&stream, content.size()) + 32);
+  stream.next_in = const_cast<Bytef*>(content.data());
+  stream.avail_in = static_cast<uInt>(content.size());
+  stream.next_out = out.data();
+  stream.avail_out = static_cast<uInt>(out.size());
+  deflate(&stream, Z_FINISH);
+  out.resize(stream.total_out);
+  deflateEnd(&stream);
+  return out;
+}
+
+std::vector<uint8_t> Gzip(const std::string& content) { return Gzip(std::vector<uint8_t>(content.begin(), content.end())); }
 
 void SetColumn(sample::Row& row, const std::string& column, const host::Value& value) {
   auto same = std::find_if(row.begin(), row.end(), [&](const auto& c) { return c.first == column; });

@@ -33,6 +33,10 @@ class TempDir {
 // at the end.
 void SetColumn(sample::Row& row, const std::string& column, const host::Value& value);
 
+// content as one gzip stream, compressed at the best level.
+std::vector<uint8_t> Gzip(const std::vector<uint8_t>& content);
+std::vector<uint8_t> Gzip(const std::string& content);
+
 // A PAZIENTI row that the host accepts (tax code, birth date, card) with the
 // given key and surname; extra columns are added or override.
 sample::Row Patient(const std::string& cod_cart, const std::string& cognome, const sample::Row& extra = {});
