@@ -203,6 +203,13 @@ TEST(Value, ConversionsAndTruth) {
   EXPECT_EQ(FailureNumberOf([] { host::Get(Value("x"), "Salva"); }), host::failures::kObjectRequired);
   EXPECT_FALSE(host::DateOf(Value(Date{2013, 2, 29})).has_value());
   EXPECT_TRUE(host::SameName("nomecompleto", "NomeCompleto"));
+  // Only A to Z fold: accented letters (UTF-8 bytes) compare as they are,
+  // and names order as their lower case does ("_" before "a").
+  EXPECT_FALSE(host::SameName("Età", "ETÀ"));
+  EXPECT_TRUE(host::SameName("ETà", "età"));
+  EXPECT_TRUE(host::NameLess()("_x", "Ax"));
+  EXPECT_FALSE(host::NameLess()("Ax", "_x"));
+  EXPECT_FALSE(host::NameLess()("ab", "AB"));
 }
 
 }  // namespace
