@@ -119,6 +119,10 @@ bool SameMember(const std::string& member, std::string_view name) {
 // dozen) then fit without the bag growing and moving them again and again.
 constexpr size_t kUsualMembers = 40;
 
+// About the length of a member, or an argument, written as JSON: room made
+// for the text at once.
+constexpr size_t kTextPerMember = 64;
+
 }  // namespace
 
 host::Value MemberBag::Get(std::string_view name) const {
@@ -144,7 +148,9 @@ nlohmann::ordered_json MemberBag::ToJson() const {
 }
 
 std::string MemberBag::JsonText() const {
-  std::string text = "{";
+  std::string text;
+  text.reserve(kTextPerMember * members_.size() + 2);
+  text += '{';
   for (const auto& [member, value] : members_) {
     if (text.size() > 1) text += ',';
     AppendJsonString(text, member);

@@ -40,7 +40,9 @@ T& ObjectArg(const host::Arg& arg) {
 
 // The arguments as a JSON array of typed values.
 std::string TypedArgsText(const host::Args& args) {
-  std::string text = "[";
+  std::string text;
+  text.reserve(64 * args.size() + 2);  // about the length of an argument as JSON
+  text += '[';
   for (const host::Arg& arg : args) {
     if (text.size() > 1) text += ',';
     AppendTypedValue(text, arg.value());
