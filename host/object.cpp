@@ -1,7 +1,5 @@
 #include "host/object.h"
 
-#include <cctype>
-
 #include "host/failure.h"
 
 namespace host {
@@ -9,7 +7,12 @@ namespace host {
 std::vector<Value> Object::Items() { failures::Raise(failures::kMemberNotSupported); }
 
 namespace {
-char Fold(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
+// A byte of a name in lower case: only A to Z change, as in the "C" locale,
+// so bytes from 0x80 up (UTF-8) compare as they are.
+inline unsigned char Fold(char c) {
+  const auto b = static_cast<unsigned char>(c);
+  return b >= 'A' && b <= 'Z' ? static_cast<unsigned char>(b + ('a' - 'A')) : b;
+}
 }  // namespace
 
 bool SameName(std::string_view a, std::string_view b) {
@@ -22,8 +25,8 @@ bool SameName(std::string_view a, std::string_view b) {
 bool NameLess::operator()(std::string_view a, std::string_view b) const {
   size_t n = std::min(a.size(), b.size());
   for (size_t i = 0; i < n; ++i) {
-    char x = Fold(a[i]), y = Fold(b[i]);
-    if (x != y) return static_cast<unsigned char>(x) < static_cast<unsigned char>(y);
+    const unsigned char x = Fold(a[i]), y = Fold(b[i]);
+    if (x != y) return x < y;
   }
   return a.size() < b.size();
 }

@@ -52,7 +52,7 @@ Value Value::Bool(bool b) {
 Value Value::Bytes(std::vector<uint8_t> bytes) {
   Value v;
   v.type_ = Type::Bytes;
-  v.bytes_ = std::move(bytes);
+  v.bytes_ = std::make_shared<const std::vector<uint8_t>>(std::move(bytes));
   return v;
 }
 
@@ -78,7 +78,8 @@ const ObjectRef& Value::object() const {
 }
 const std::vector<uint8_t>& Value::bytes() const {
   if (type_ != Type::Bytes) failures::Raise(failures::kTypeMismatch);
-  return bytes_;
+  static const std::vector<uint8_t> kNone;  // a value moved from holds none
+  return bytes_ ? *bytes_ : kNone;
 }
 
 bool Value::operator==(const Value& o) const {
@@ -100,7 +101,7 @@ bool Value::operator==(const Value& o) const {
     case Type::Object:
       return object_ == o.object_;
     case Type::Bytes:
-      return bytes_ == o.bytes_;
+      return bytes_ == o.bytes_ || bytes() == o.bytes();
   }
   return false;
 }

@@ -47,6 +47,8 @@ class Value {
   static Value I16(int16_t n);
   static Value I32(int32_t n);
   static Value Bool(bool b);  // held as 16 bits: -1 true, 0 false
+  // The bytes are shared by the value's copies (none can change them), so
+  // a copy costs the same whatever their length.
   static Value Bytes(std::vector<uint8_t> bytes);
 
   Type type() const { return type_; }
@@ -72,7 +74,7 @@ class Value {
   double number_ = 0;
   Date date_;
   ObjectRef object_;
-  std::vector<uint8_t> bytes_;
+  std::shared_ptr<const std::vector<uint8_t>> bytes_;  // set for Bytes only
 };
 
 // A number as text: plain decimal notation with "." as separator, at most 15

@@ -120,6 +120,20 @@ std::vector<uint8_t> BytesOf(const host::Value& v) {
   }
 }
 
+host::Value BytesValueOf(host::Value v) {
+  switch (v.type()) {
+    case host::Type::Bytes:
+      return v;
+    case host::Type::Null:
+    case host::Type::Empty:
+      return host::Value::Bytes({});
+    case host::Type::Text:
+      return host::Value::Bytes(std::vector<uint8_t>(v.text().begin(), v.text().end()));
+    default:
+      host::failures::Raise(host::failures::kTypeMismatch);
+  }
+}
+
 namespace {
 host::Date& FixedToday() {
   static host::Date fixed;

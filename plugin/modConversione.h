@@ -77,6 +77,9 @@ double NumberOf(const host::Value& v);
 
 // The content of a binary column; Null gives no bytes.
 std::vector<uint8_t> BytesOf(const host::Value& v);
+// The same content as a value of bytes, which shares binary content with v
+// instead of copying it.
+host::Value BytesValueOf(host::Value v);
 
 // Today's date from the system clock, or the date that tests fixed with
 // SetTodayForTesting (a default Date puts the clock back).

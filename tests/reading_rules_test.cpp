@@ -133,6 +133,24 @@ TEST(BytesOf, BinaryTextAndNull) {
   EXPECT_EQ(cnv::BytesOf(Value::Bytes({0x1F, 0x8B, 0x08})), (std::vector<uint8_t>{0x1F, 0x8B, 0x08}));
   EXPECT_TRUE(cnv::BytesOf(Value::Null()).empty());
   EXPECT_EQ(cnv::BytesOf(Value("ab")), (std::vector<uint8_t>{'a', 'b'}));
+
+  // BytesValueOf gives the same bytes as a value of bytes; binary content
+  // is the column's own, not a copy, and stays when the column's value goes.
+  Value column = Value::Bytes({0x1F, 0x8B, 0x08, 0x00});
+  const Value held = cnv::BytesValueOf(column);
+  EXPECT_EQ(held.bytes().data(), column.bytes().data());
+  column = Value();
+  EXPECT_EQ(held.bytes(), (std::vector<uint8_t>{0x1F, 0x8B, 0x08, 0x00}));
+  EXPECT_EQ(cnv::BytesValueOf(Value("ab")), Value::Bytes({'a', 'b'}));
+  EXPECT_EQ(cnv::BytesValueOf(Value::Null()), Value::Bytes({}));
+  EXPECT_EQ(FailureNumberOf([] { cnv::BytesValueOf(Value(1.5)); }), host::failures::kTypeMismatch);
+  // Copies share the bytes and compare by content; a value moved from
+  // holds none.
+  Value moved = Value::Bytes({1, 2});
+  const Value taken = std::move(moved);
+  EXPECT_EQ(taken, Value::Bytes({1, 2}));
+  EXPECT_NE(taken, Value::Bytes({1, 3}));
+  EXPECT_TRUE(moved.bytes().empty());  // NOLINT(bugprone-use-after-move)
 }
 
 TEST(Percentuale, RoundsToFourDecimalsThenFloors) {
@@ -203,6 +221,13 @@ TEST(Value, ConversionsAndTruth) {
   EXPECT_EQ(FailureNumberOf([] { host::Get(Value("x"), "Salva"); }), host::failures::kObjectRequired);
   EXPECT_FALSE(host::DateOf(Value(Date{2013, 2, 29})).has_value());
   EXPECT_TRUE(host::SameName("nomecompleto", "NomeCompleto"));
+  // Only A to Z fold: accented letters (UTF-8 bytes) compare as they are,
+  // and names order as their lower case does ("_" before "a").
+  EXPECT_FALSE(host::SameName("Età", "ETÀ"));
+  EXPECT_TRUE(host::SameName("ETà", "età"));
+  EXPECT_TRUE(host::NameLess()("_x", "Ax"));
+  EXPECT_FALSE(host::NameLess()("Ax", "_x"));
+  EXPECT_FALSE(host::NameLess()("ab", "AB"));
 }
 
 }  // namespace

@@ -299,6 +299,68 @@ TEST_F(ReferenceHostTest, SalvaFileStoresTheFileAndKillfileForgivesMissingOnes) 
   EXPECT_FALSE(calls[1].contains("returns"));
 }
 
+// Killfile removes only what lies in the temporary folder: a path that
+// leads out of it, by "..", by a link (of a subfolder or of the file itself)
+// or into a sibling whose name begins with the folder's, is refused with 75
+// and its file stays; so is the folder itself. A link in the folder that
+// stays in it is removed, not its target; a folder in it is left alone.
+TEST_F(ReferenceHostTest, KillfileRemovesOnlyWhatLiesInTheTemporaryFolder) {
+  namespace fs = std::filesystem;
+  const fs::path tmp = options_.tempdir;
+  const std::string outside = WriteFile("fuori.txt", "x");
+  fs::create_directory(dir_ / "tmp2");
+  const std::string sibling = WriteFile("tmp2/f.txt", "x");
+  fs::create_directory(dir_ / "altrove");
+  const std::string elsewhere = WriteFile("altrove/f.txt", "x");
+  fs::create_directory_symlink(dir_ / "altrove", tmp / "sub");
+  fs::create_symlink(outside, tmp / "link.txt");
+  const std::string inside = WriteFile("tmp/vero.txt", "x");
+  fs::create_symlink(inside, tmp / "alias.txt");
+  fs::create_symlink(dir_ / "nessuno.txt", tmp / "rotto.txt");
+  fs::create_directory(tmp / "cartella");
+  const std::string plain = WriteFile("tmp/referto.rtf", "x");
+  WriteFile("tmp/...rtf", "x");
+
+  std::vector<std::pair<std::string, int32_t>> outcomes;
+  Run([&](const host::Value& iface) {
+    host::Value framework = host::Get(iface, "framework");
+    const std::vector<std::string> paths = {
+        tmp.string() + "/../fuori.txt", dir_ / "tmp2/f.txt", tmp / "sub/f.txt", tmp / "link.txt",
+        tmp.string(), tmp.string() + "/.", tmp / "alias.txt", tmp / "rotto.txt", tmp / "cartella", plain,
+        tmp.string() + "/./...rtf", tmp / "mancante.txt"};
+    for (const std::string& path : paths) {
+      host::Value where = path;
+      int32_t number = 0;
+      try {
+        host::Call(framework, "Killfile", {host::Arg::Ref(where)});
+      } catch (const host::Failure& failure) {
+        number = failure.number();
+      }
+      outcomes.emplace_back(path.substr(dir_.path().string().size() + 1), number);
+    }
+    return true;
+  });
+
+  EXPECT_EQ(outcomes, (std::vector<std::pair<std::string, int32_t>>{{"tmp/../fuori.txt", 75},
+                                                                     {"tmp2/f.txt", 75},
+                                                                     {"tmp/sub/f.txt", 75},
+                                                                     {"tmp/link.txt", 75},
+                                                                     {"tmp", 75},
+                                                                     {"tmp/.", 75},
+                                                                     {"tmp/alias.txt", 0},
+                                                                     {"tmp/rotto.txt", 0},
+                                                                     {"tmp/cartella", 0},
+                                                                     {"tmp/referto.rtf", 0},
+                                                                     {"tmp/./...rtf", 0},
+                                                                     {"tmp/mancante.txt", 0}}));
+  for (const std::string& stays : {outside, sibling, elsewhere, inside}) EXPECT_TRUE(fs::exists(stays)) << stays;
+  EXPECT_TRUE(fs::is_symlink(tmp / "link.txt"));
+  EXPECT_TRUE(fs::is_symlink(tmp / "sub"));
+  EXPECT_TRUE(fs::is_directory(tmp / "cartella"));
+  for (const char* gone : {"alias.txt", "rotto.txt", "referto.rtf", "...rtf"})
+    EXPECT_FALSE(fs::exists(fs::symlink_status(tmp / gone))) << gone;
+}
+
 // Without a trace the host reads a file once, digesting it as it stores it:
 // a file of many chunks keeps its bytes and digest, an empty one is stored,
 // and a folder or a FIFO (never waited on) takes no number.

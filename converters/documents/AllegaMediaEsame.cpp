@@ -22,7 +22,8 @@ void clsAmbulor::AllegaMediaEsame(host::Value& paziente, const std::string& cod_
   std::string percorso;
   for (; !rs.Eof(); rs.MoveNext()) {
     host::Value id = "";
-    const std::vector<uint8_t> bytes = filing::RequiredBytes(rs.Bytes("bindata"));
+    const host::Value contenuto = filing::RequiredBytes(rs.Bytes("bindata"));
+    const std::vector<uint8_t>& bytes = contenuto.bytes();
     if (bytes.size() >= 4) {
       std::string nome = TextOf(rs.Field("Titolo"));
       if (host::text::Trim(nome).empty()) {

@@ -29,7 +29,8 @@ bool clsAmbulor::ConvertiPianiTerapeutici(const std::string& cod_cart, host::Val
         source::Recordset scansione;
         scansione.Open("SELECT * from SCANSIONI where CODESAME = (?)", {rs.QueryText("CODPIANO")}, conn_media_);
         if (!scansione.Eof()) {
-          const std::vector<uint8_t> bytes = filing::RequiredBytes(scansione.Bytes("bindata"));
+          const host::Value contenuto = filing::RequiredBytes(scansione.Bytes("bindata"));
+          const std::vector<uint8_t>& bytes = contenuto.bytes();
           if (bytes.size() >= 4) {
             std::string nome = TextOf(scansione.Field("Titolo"));
             if (host::text::Trim(nome).empty()) nome = "Piano Terapeutico";

@@ -22,7 +22,8 @@ bool clsAmbulor::ConvertiRegistrazioniPrivate(const std::string& cod_cart, host:
       if (!CercaMediaUsato(TextOf(rs.Field("MediaCode"))).empty()) continue;
       const std::string data = DateText(rs.Field("Data"), "01/01/2012");
       host::Value id = "";
-      const std::vector<uint8_t> bytes = filing::RequiredBytes(rs.Bytes("bindata"));
+      const host::Value contenuto = filing::RequiredBytes(rs.Bytes("bindata"));
+      const std::vector<uint8_t>& bytes = contenuto.bytes();
       if (bytes.size() >= 4) {
         std::string nome = TextOf(rs.Field("Titolo"));
         if (host::text::Trim(nome).empty()) nome = "Immagine";

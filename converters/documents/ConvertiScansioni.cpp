@@ -40,8 +40,9 @@ bool clsAmbulor::ConvertiScansioni(const std::string& cod_cart, host::Value& paz
       std::string data = "01/01/2012";
       PassaOltre([&] { data = DateText(rs.Field("Data"), "01/01/2012"); });
       host::Value id = "";
-      std::vector<uint8_t> bytes;
-      PassaOltre([&] { bytes = BytesOf(rs.Bytes("bindata")); });
+      host::Value contenuto = host::Value::Bytes({});
+      PassaOltre([&] { contenuto = BytesValueOf(rs.Bytes("bindata")); });
+      const std::vector<uint8_t>& bytes = contenuto.bytes();
 
       if (bytes.size() >= 4) {
         std::string nome = "Immagine";

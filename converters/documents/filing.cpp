@@ -100,9 +100,9 @@ bool IsGzip(const std::vector<uint8_t>& bytes) {
   return bytes[0] == 0x1F && bytes[1] == 0x8B && bytes[2] == 0x08;
 }
 
-std::vector<uint8_t> RequiredBytes(const host::Value& column) {
+host::Value RequiredBytes(host::Value column) {
   if (column.is_null()) host::failures::Raise(host::failures::kInvalidUseOfNull);
-  return BytesOf(column);
+  return BytesValueOf(std::move(column));
 }
 
 std::string CleanName(const std::string& name) {

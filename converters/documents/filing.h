@@ -65,9 +65,10 @@ class TempFolder {
 // for fewer than three bytes, which have no third byte to look at.
 bool IsGzip(const std::vector<uint8_t>& bytes);
 
-// The bytes of a column that must hold a file: Null raises invalid use of
-// Null (94); a text or binary value gives its bytes as stored.
-std::vector<uint8_t> RequiredBytes(const host::Value& column);
+// The bytes of a column that must hold a file, as a value of bytes (binary
+// content shared, not copied): Null raises invalid use of Null (94); a text
+// or binary value gives its bytes as stored.
+host::Value RequiredBytes(host::Value column);
 
 // The name of a scan, a recording, an exam image or a plan: each " " becomes
 // "_", then each "/" becomes " di " (whose blanks stay).

@@ -107,18 +107,37 @@ host::Value HostObject::Invoke(std::string_view, host::Args&) {
 
 void HostObject::DescribeCall(std::string_view, const host::Args&, nlohmann::ordered_json&) {}
 
+namespace {
+
+// Most members differ in length from the name looked for: those need no
+// letter compared.
+bool SameMember(const std::string& member, std::string_view name) {
+  return member.size() == name.size() && host::SameName(member, name);
+}
+
+// Room made at the first member: a patient's or a ricetta's members (a few
+// dozen) then fit without the bag growing and moving them again and again.
+constexpr size_t kUsualMembers = 40;
+
+// About the length of a member, or an argument, written as JSON: room made
+// for the text at once.
+constexpr size_t kTextPerMember = 64;
+
+}  // namespace
+
 host::Value MemberBag::Get(std::string_view name) const {
   for (const auto& [member, value] : members_)
-    if (host::SameName(member, name)) return value;
+    if (SameMember(member, name)) return value;
   return {};
 }
 
 void MemberBag::Set(std::string_view name, const host::Value& value) {
   for (auto& [member, held] : members_)
-    if (host::SameName(member, name)) {
+    if (SameMember(member, name)) {
       held = value;
       return;
     }
+  if (members_.empty()) members_.reserve(kUsualMembers);
   members_.emplace_back(std::string(name), value);
 }
 
@@ -129,7 +148,9 @@ nlohmann::ordered_json MemberBag::ToJson() const {
 }
 
 std::string MemberBag::JsonText() const {
-  std::string text = "{";
+  std::string text;
+  text.reserve(kTextPerMember * members_.size() + 2);
+  text += '{';
   for (const auto& [member, value] : members_) {
     if (text.size() > 1) text += ',';
     AppendJsonString(text, member);

@@ -15,18 +15,18 @@ namespace refhost {
 namespace {
 
 // The stores of a patient, as the host spells them.
-constexpr const char* kStores[] = {
+constexpr std::string_view kStores[] = {
     "ADI", "ADP", "Allergie", "Appunti", "BMI", "Certificati", "CertificatiINPS", "Esenzioni", "Eventi", "PPIP",
     "PrescrizioneEsami", "PrescrizioneFarmaci", "PrescrizioneLibera", "PrescrizioneVisite", "Pressione", "Problemi",
     "Rapporti", "RefertiEsami", "RefertiVisite", "Ricette", "Ricoveri", "TerapieCroniche", "Vaccinazioni",
     "VisiteAmbDom"};
 
-// The store's name as the host spells it, or nullptr for a name that isn't
-// a store.
-const char* StoreName(std::string_view member) {
-  for (const char* store : kStores)
-    if (host::SameName(store, member)) return store;
-  return nullptr;
+// The store's name as the host spells it, or "" for a name that isn't a
+// store.
+std::string_view StoreName(std::string_view member) {
+  for (std::string_view store : kStores)
+    if (store.size() == member.size() && host::SameName(store, member)) return store;
+  return {};
 }
 
 bool IsItemStore(std::string_view store) { return store.rfind("Prescrizione", 0) == 0; }
@@ -40,7 +40,9 @@ T& ObjectArg(const host::Arg& arg) {
 
 // The arguments as a JSON array of typed values.
 std::string TypedArgsText(const host::Args& args) {
-  std::string text = "[";
+  std::string text;
+  text.reserve(64 * args.size() + 2);  // about the length of an argument as JSON
+  text += '[';
   for (const host::Arg& arg : args) {
     if (text.size() > 1) text += ',';
     AppendTypedValue(text, arg.value());
@@ -234,28 +236,28 @@ PatientObject::PatientObject(std::shared_ptr<Session> session, std::shared_ptr<P
 host::Value PatientObject::Read(std::string_view member) {
   if (host::SameName(member, "nomecompleto"))
     return host::TextOf(record_->members.Get("cognome")) + " " + host::TextOf(record_->members.Get("nome"));
-  const char* store = StoreName(member);
-  if (store == nullptr && !host::SameName(member, "Files")) return record_->members.Get(member);
-  if (store == nullptr) store = "Files";
+  std::string_view store = StoreName(member);
+  if (store.empty() && !host::SameName(member, "Files")) return record_->members.Get(member);
+  if (store.empty()) store = "Files";
   auto it = stores_.find(store);
   if (it != stores_.end()) return it->second;
   host::ObjectRef object;
-  if (std::string_view(store) == "Files")
+  if (store == "Files")
     object = std::make_shared<FilesStore>(shared_session(), trace_name(), record_->number);
-  else if (std::string_view(store) == "Problemi")
+  else if (store == "Problemi")
     object = std::make_shared<ProblemStore>(shared_session(), trace_name(), record_->number);
-  else if (std::string_view(store) == "Ricette")
-    object = std::make_shared<RicetteStore>(shared_session(), trace_name(), store, record_->number);
+  else if (store == "Ricette")
+    object = std::make_shared<RicetteStore>(shared_session(), trace_name(), std::string(store), record_->number);
   else if (IsItemStore(store))
-    object = std::make_shared<ItemStore>(shared_session(), trace_name(), store, record_->number);
+    object = std::make_shared<ItemStore>(shared_session(), trace_name(), std::string(store), record_->number);
   else
-    object = std::make_shared<StoreObject>(shared_session(), trace_name(), store, record_->number);
+    object = std::make_shared<StoreObject>(shared_session(), trace_name(), std::string(store), record_->number);
   stores_.emplace(store, object);
   return object;
 }
 
 void PatientObject::Write(std::string_view member, const host::Value& value) {
-  if (host::SameName(member, "nomecompleto") || host::SameName(member, "Files") || StoreName(member) != nullptr)
+  if (host::SameName(member, "nomecompleto") || host::SameName(member, "Files") || !StoreName(member).empty())
     host::failures::Raise(host::failures::kMemberNotSupported);
   record_->members.Set(member, value);
   session().PatientChanged(record_);

@@ -208,7 +208,7 @@ void AppendJsonString(std::string& out, const std::string& text) { AppendString(
 
 // What JsonText(TypedValue(value)) gives, without making the JSON value.
 void AppendTypedValue(std::string& out, const host::Value& value) {
-  auto typed = [&](const char* type) {
+  auto typed = [&](std::string_view type) {
     out += "{\"type\":\"";
     out += type;
     out += "\",\"value\":";
