@@ -106,21 +106,7 @@ double NumberOf(const host::Value& v) {
   return number;
 }
 
-std::vector<uint8_t> BytesOf(const host::Value& v) {
-  switch (v.type()) {
-    case host::Type::Null:
-    case host::Type::Empty:
-      return {};
-    case host::Type::Bytes:
-      return v.bytes();
-    case host::Type::Text:
-      return std::vector<uint8_t>(v.text().begin(), v.text().end());
-    default:
-      host::failures::Raise(host::failures::kTypeMismatch);
-  }
-}
-
-host::Value BytesValueOf(host::Value v) {
+host::Value BytesOf(host::Value v) {
   switch (v.type()) {
     case host::Type::Bytes:
       return v;

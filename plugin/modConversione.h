@@ -75,11 +75,9 @@ std::string DateText(const host::Value& v, const std::string& fallback);
 // when there is none, so "7,5" gives 7 and "abc" gives 0.
 double NumberOf(const host::Value& v);
 
-// The content of a binary column; Null gives no bytes.
-std::vector<uint8_t> BytesOf(const host::Value& v);
-// The same content as a value of bytes, which shares binary content with v
-// instead of copying it.
-host::Value BytesValueOf(host::Value v);
+// The content of a binary column as a value of bytes, sharing binary content
+// with v instead of copying it; Null gives no bytes, text its bytes.
+host::Value BytesOf(host::Value v);
 
 // Today's date from the system clock, or the date that tests fixed with
 // SetTodayForTesting (a default Date puts the clock back).

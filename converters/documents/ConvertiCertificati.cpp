@@ -22,7 +22,7 @@ bool clsAmbulor::ConvertiCertificati(const std::string& cod_cart, host::Value& p
     rs.Open("SELECT * from MODULI where CodCart = (?)", {cod_cart}, conn_media_);
     for (; !rs.Eof(); rs.MoveNext()) {
       host::Value id = "";
-      const host::Value contenuto = BytesValueOf(rs.Bytes("bindata"));
+      const host::Value contenuto = BytesOf(rs.Bytes("bindata"));
       const std::vector<uint8_t>& bytes = contenuto.bytes();
       if (bytes.size() < 2) continue;
       const std::string titolo = TextOf(rs.Field("Titolo"));

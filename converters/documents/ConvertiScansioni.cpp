@@ -41,7 +41,7 @@ bool clsAmbulor::ConvertiScansioni(const std::string& cod_cart, host::Value& paz
       PassaOltre([&] { data = DateText(rs.Field("Data"), "01/01/2012"); });
       host::Value id = "";
       host::Value contenuto = host::Value::Bytes({});
-      PassaOltre([&] { contenuto = BytesValueOf(rs.Bytes("bindata")); });
+      PassaOltre([&] { contenuto = BytesOf(rs.Bytes("bindata")); });
       const std::vector<uint8_t>& bytes = contenuto.bytes();
 
       if (bytes.size() >= 4) {

@@ -102,7 +102,7 @@ bool IsGzip(const std::vector<uint8_t>& bytes) {
 
 host::Value RequiredBytes(host::Value column) {
   if (column.is_null()) host::failures::Raise(host::failures::kInvalidUseOfNull);
-  return BytesValueOf(std::move(column));
+  return BytesOf(std::move(column));
 }
 
 std::string CleanName(const std::string& name) {

@@ -71,7 +71,8 @@ SourceTables::~SourceTables() {
 StoredFile SourceTables::Summarize(const host::Value& bytes) {
   StoredFile file;
   file.null = bytes.is_null();
-  const std::vector<uint8_t> content = cnv::BytesOf(bytes);
+  const host::Value value = cnv::BytesOf(bytes);
+  const std::vector<uint8_t>& content = value.bytes();
   file.size = content.size();
   file.gzip = content.size() >= 3 && content[0] == 0x1F && content[1] == 0x8B && content[2] == 0x08;
   if (file.gzip) {
