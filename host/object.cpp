@@ -15,8 +15,7 @@ inline unsigned char Fold(char c) {
 }
 }  // namespace
 
-bool SameName(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
+bool SameLengthNames(std::string_view a, std::string_view b) {
   for (size_t i = 0; i < a.size(); ++i)
     if (Fold(a[i]) != Fold(b[i])) return false;
   return true;

@@ -52,8 +52,12 @@ class Object {
   virtual std::vector<Value> Items();
 };
 
-// Member names compare without regard to (ASCII) case.
-bool SameName(std::string_view a, std::string_view b);
+// Member names compare without regard to (ASCII) case. Names of another
+// length are told apart here, without a call or a letter compared.
+bool SameLengthNames(std::string_view a, std::string_view b);
+inline bool SameName(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && SameLengthNames(a, b);
+}
 struct NameLess {
   using is_transparent = void;
   bool operator()(std::string_view a, std::string_view b) const;

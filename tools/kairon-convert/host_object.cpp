@@ -109,12 +109,6 @@ void HostObject::DescribeCall(std::string_view, const host::Args&, nlohmann::ord
 
 namespace {
 
-// Most members differ in length from the name looked for: those need no
-// letter compared.
-bool SameMember(const std::string& member, std::string_view name) {
-  return member.size() == name.size() && host::SameName(member, name);
-}
-
 // Room made at the first member: a patient's or a ricetta's members (a few
 // dozen) then fit without the bag growing and moving them again and again.
 constexpr size_t kUsualMembers = 40;
@@ -127,13 +121,13 @@ constexpr size_t kTextPerMember = 64;
 
 host::Value MemberBag::Get(std::string_view name) const {
   for (const auto& [member, value] : members_)
-    if (SameMember(member, name)) return value;
+    if (host::SameName(member, name)) return value;
   return {};
 }
 
 void MemberBag::Set(std::string_view name, const host::Value& value) {
   for (auto& [member, held] : members_)
-    if (SameMember(member, name)) {
+    if (host::SameName(member, name)) {
       held = value;
       return;
     }

@@ -25,7 +25,7 @@ constexpr std::string_view kStores[] = {
 // store.
 std::string_view StoreName(std::string_view member) {
   for (std::string_view store : kStores)
-    if (store.size() == member.size() && host::SameName(store, member)) return store;
+    if (host::SameName(store, member)) return store;
   return {};
 }
 
