@@ -385,14 +385,14 @@ void Archive::CommitOpen() {
   Execute("COMMIT");
 }
 
-void Archive::SavePatient(int64_t id, const std::string& members) {
-  Post({[this, id, members] {
+void Archive::SavePatient(int64_t id, std::string members) {
+  Post({[this, id, members = std::move(members)] {
     Statement(db_, Prepared("INSERT OR REPLACE INTO patients(id, members) VALUES(?, ?)")).Bind(id).Bind(members).Run();
   }});
 }
 
-void Archive::AddRecord(int64_t patient_id, const std::string& store, const std::string& args) {
-  Post({[this, patient_id, store, args] {
+void Archive::AddRecord(int64_t patient_id, std::string store, std::string args) {
+  Post({[this, patient_id, store = std::move(store), args = std::move(args)] {
     Statement(db_, Prepared("INSERT INTO records(patient_id, store, args) VALUES(?, ?, ?)"))
         .Bind(patient_id)
         .Bind(store)
@@ -403,9 +403,9 @@ void Archive::AddRecord(int64_t patient_id, const std::string& store, const std:
 
 // The archive is new, so its prescriptions are numbered from 1 in the order
 // they come.
-int64_t Archive::AddPrescription(int64_t patient_id, const std::string& members) {
+int64_t Archive::AddPrescription(int64_t patient_id, std::string members) {
   const int64_t id = last_prescription_ + 1;
-  Post({[this, id, patient_id, members] {
+  Post({[this, id, patient_id, members = std::move(members)] {
     Statement(db_, Prepared("INSERT INTO prescriptions(id, patient_id, members) VALUES(?, ?, ?)"))
         .Bind(id)
         .Bind(patient_id)
@@ -416,9 +416,8 @@ int64_t Archive::AddPrescription(int64_t patient_id, const std::string& members)
   return id;
 }
 
-void Archive::AddPrescriptionItem(std::optional<int64_t> prescription_id, const std::string& store,
-                                  const std::string& members) {
-  Post({[this, prescription_id, store, members] {
+void Archive::AddPrescriptionItem(std::optional<int64_t> prescription_id, std::string store, std::string members) {
+  Post({[this, prescription_id, store = std::move(store), members = std::move(members)] {
     Statement(db_, Prepared("INSERT INTO prescription_items(prescription_id, store, members) VALUES(?, ?, ?)"))
         .Bind(prescription_id)
         .Bind(store)
@@ -530,8 +529,8 @@ void Archive::AddFile(const StoredFile& file) {
 
 bool Archive::AddFileDigesting(const StoredFile& file, int fd) { return PostFile(file, fd, true); }
 
-void Archive::AddMessage(const std::string& kind, const std::string& text) {
-  Post({[this, kind, text] {
+void Archive::AddMessage(std::string kind, std::string text) {
+  Post({[this, kind = std::move(kind), text = std::move(text)] {
     Statement(db_, Prepared("INSERT INTO messages(kind, text) VALUES(?, ?)")).Bind(kind).Bind(text).Run();
   }});
 }

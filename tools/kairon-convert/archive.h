@@ -67,12 +67,11 @@ class Archive {
   void Commit();
 
   // Writes the patients row of id, replacing one there is.
-  void SavePatient(int64_t id, const std::string& members);
-  void AddRecord(int64_t patient_id, const std::string& store, const std::string& args);
+  void SavePatient(int64_t id, std::string members);
+  void AddRecord(int64_t patient_id, std::string store, std::string args);
   // Gives the new row's id at once; the row is written in turn.
-  int64_t AddPrescription(int64_t patient_id, const std::string& members);
-  void AddPrescriptionItem(std::optional<int64_t> prescription_id, const std::string& store,
-                           const std::string& members);
+  int64_t AddPrescription(int64_t patient_id, std::string members);
+  void AddPrescriptionItem(std::optional<int64_t> prescription_id, std::string store, std::string members);
   // The files row of file with the content of file.path, read before the
   // call returns, and file.sha256 as given. WriteError when the file can't
   // be read whole.
@@ -82,7 +81,7 @@ class Archive {
   // digest of that content. False, and no row, when fd can't be read;
   // WriteError when it ends before file.size bytes.
   bool AddFileDigesting(const StoredFile& file, int fd);
-  void AddMessage(const std::string& kind, const std::string& text);
+  void AddMessage(std::string kind, std::string text);
 
   // Commits and closes the file, leaving it without journal beside it, once
   // every write asked for is done. Any later operation raises; a second
