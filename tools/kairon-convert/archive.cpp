@@ -11,8 +11,6 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <optional>
-#include <utility>
 #include <vector>
 
 #include "tools/kairon-convert/file_content.h"
@@ -48,11 +46,6 @@ constexpr size_t kSha256HexLength = 64;
 
 // How long an operation waits for another program that holds the file.
 constexpr int kBusyMilliseconds = 5000;
-
-// What may wait for the writer: writes, and bytes of file content (a single
-// larger file waits alone).
-constexpr size_t kMostQueuedWrites = 4096;
-constexpr size_t kMostQueuedBytes = 8 << 20;
 
 // Why SQLite couldn't do what it was asked, in words.
 std::string Cause(sqlite3* db) {
@@ -136,7 +129,6 @@ std::unique_ptr<Archive> Archive::Open(const std::string& path) {
   // once instead of again and again (the log grows to some 40 MB at most).
   archive->Execute("PRAGMA wal_autocheckpoint=10000");
   archive->Execute(kSchema);
-  archive->writer_ = std::thread(&Archive::WriterLoop, archive.get());
   return archive;
 }
 
@@ -212,102 +204,8 @@ std::string Archive::NotOurArchive(const std::string& path) {
 Archive::Archive(sqlite3* db) : db_(db) {}
 
 Archive::~Archive() {
-  Abandon();
   FinalizeStatements();
   if (db_ != nullptr) sqlite3_close(db_);
-}
-
-void Archive::RaiseUnseenFailure() {
-  if (unseen_failure_.empty()) return;
-  const std::string failure = std::move(unseen_failure_);
-  unseen_failure_.clear();
-  throw WriteError(failure);
-}
-
-void Archive::Post(Write write) {
-  std::unique_lock<std::mutex> lock(mutex_);
-  changed_.wait(lock, [&] {
-    return !unseen_failure_.empty() || finished_ || abandon_ ||
-           (queue_.size() < kMostQueuedWrites && (queued_bytes_ == 0 || queued_bytes_ + write.bytes <= kMostQueuedBytes));
-  });
-  RaiseUnseenFailure();
-  if (finished_ || abandon_) Fail(nullptr);
-  queued_bytes_ += write.bytes;
-  // The writer is woken at the end of a transaction, or when much waits.
-  const bool wake = write.ends_transaction || queue_.size() >= kMostQueuedWrites / 2 ||
-                    queued_bytes_ >= kMostQueuedBytes / 2;
-  queue_.push_back(std::move(write));
-  if (wake) changed_.notify_all();
-}
-
-void Archive::Drain() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  changed_.notify_all();
-  changed_.wait(lock, [&] { return queue_.empty() && !writing_; });
-  RaiseUnseenFailure();
-}
-
-// Takes the writes in turn, all those waiting at once. A write that fails
-// takes back its transaction, and the writes after it up to the next end of
-// a transaction are dropped. On Abandon, the writes up to the last end of a
-// transaction are still done.
-void Archive::WriterLoop() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  for (;;) {
-    changed_.wait(lock, [&] { return !queue_.empty() || abandon_; });
-    if (abandon_) {
-      auto last_end = std::find_if(queue_.rbegin(), queue_.rend(), [](const Write& w) { return w.ends_transaction; });
-      queue_.erase(last_end.base(), queue_.end());
-      if (queue_.empty()) break;
-    }
-    std::deque<Write> batch;
-    batch.swap(queue_);
-    writing_ = true;
-    lock.unlock();
-    std::string failure;
-    size_t bytes = 0;
-    for (Write& write : batch) {
-      if (!dropping_ || write.ends_transaction) {
-        dropping_ = false;
-        try {
-          write.run();
-        } catch (const std::exception& e) {
-          if (failure.empty()) failure = e.what();
-          if (db_ != nullptr && sqlite3_get_autocommit(db_) == 0)
-            sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
-          in_transaction_ = false;
-          dropping_ = true;
-        }
-      }
-      bytes += write.bytes;
-      write = Write{};
-    }
-    lock.lock();
-    if (!failure.empty() && unseen_failure_.empty()) unseen_failure_ = failure;
-    writing_ = false;
-    queued_bytes_ -= bytes;
-    changed_.notify_all();
-    if (finished_) break;
-  }
-  if (!finished_) {
-    lock.unlock();
-    if (db_ != nullptr && sqlite3_get_autocommit(db_) == 0) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
-    in_transaction_ = false;
-    try {
-      CloseFile();
-    } catch (const WriteError&) {
-    }
-    lock.lock();
-    finished_ = true;
-  }
-  queue_.clear();
-  queued_bytes_ = 0;
-  changed_.notify_all();
-}
-
-void Archive::StopWriter() {
-  std::lock_guard<std::mutex> lock(join_mutex_);
-  if (writer_.joinable()) writer_.join();
 }
 
 // A statement of the archive's own, prepared at its first use and kept for
@@ -337,47 +235,37 @@ void Archive::Execute(const char* sql) {
 }
 
 int64_t Archive::BeginRun(const std::string& started, const std::string& conn, const std::string& options) {
-  int64_t run = 0;
-  Post({[this, &run, started, conn, options] {
-          run = Statement(db_, Prepared("INSERT INTO runs(started, conn, options) VALUES(?, ?, ?)"))
-                    .Bind(started)
-                    .Bind(conn)
-                    .Bind(options)
-                    .Run();
-        },
-        0, true});
-  Drain();
-  return run;
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return Statement(db_, Prepared("INSERT INTO runs(started, conn, options) VALUES(?, ?, ?)"))
+      .Bind(started)
+      .Bind(conn)
+      .Bind(options)
+      .Run();
 }
 
 void Archive::EndRun(int64_t run, const std::string& ended, bool result, const std::string& last_error) {
-  Post({[this, run, ended, result, last_error] {
-          Statement(db_, Prepared("UPDATE runs SET ended = ?, result = ?, last_error = ? WHERE id = ?"))
-              .Bind(ended)
-              .Bind(int64_t{result ? 1 : 0})
-              .Bind(last_error)
-              .Bind(run)
-              .Run();
-        },
-        0, true});
-  Drain();
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  Statement(db_, Prepared("UPDATE runs SET ended = ?, result = ?, last_error = ? WHERE id = ?"))
+      .Bind(ended)
+      .Bind(int64_t{result ? 1 : 0})
+      .Bind(last_error)
+      .Bind(run)
+      .Run();
 }
 
 void Archive::BeginTransaction() {
-  Post({[this] {
-          CommitOpen();
-          Execute("BEGIN");
-          in_transaction_ = true;
-        },
-        0, true});
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  CommitLocked();
+  Execute("BEGIN");
+  in_transaction_ = true;
 }
 
 void Archive::Commit() {
-  Post({[this] { CommitOpen(); }, 0, true});
-  Drain();
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  CommitLocked();
 }
 
-void Archive::CommitOpen() {
+void Archive::CommitLocked() {
   if (!in_transaction_) return;
   in_transaction_ = false;
   // A failed write may have taken the transaction back already.
@@ -385,121 +273,40 @@ void Archive::CommitOpen() {
   Execute("COMMIT");
 }
 
-void Archive::SavePatient(int64_t id, std::string members) {
-  Post({[this, id, members = std::move(members)] {
-    Statement(db_, Prepared("INSERT OR REPLACE INTO patients(id, members) VALUES(?, ?)")).Bind(id).Bind(members).Run();
-  }});
+void Archive::SavePatient(int64_t id, const std::string& members) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  Statement(db_, Prepared("INSERT OR REPLACE INTO patients(id, members) VALUES(?, ?)")).Bind(id).Bind(members).Run();
 }
 
-void Archive::AddRecord(int64_t patient_id, std::string store, std::string args) {
-  Post({[this, patient_id, store = std::move(store), args = std::move(args)] {
-    Statement(db_, Prepared("INSERT INTO records(patient_id, store, args) VALUES(?, ?, ?)"))
-        .Bind(patient_id)
-        .Bind(store)
-        .Bind(args)
-        .Run();
-  }});
+void Archive::AddRecord(int64_t patient_id, const std::string& store, const std::string& args) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  Statement(db_, Prepared("INSERT INTO records(patient_id, store, args) VALUES(?, ?, ?)"))
+      .Bind(patient_id)
+      .Bind(store)
+      .Bind(args)
+      .Run();
 }
 
-// The archive is new, so its prescriptions are numbered from 1 in the order
-// they come.
-int64_t Archive::AddPrescription(int64_t patient_id, std::string members) {
-  const int64_t id = last_prescription_ + 1;
-  Post({[this, id, patient_id, members = std::move(members)] {
-    Statement(db_, Prepared("INSERT INTO prescriptions(id, patient_id, members) VALUES(?, ?, ?)"))
-        .Bind(id)
-        .Bind(patient_id)
-        .Bind(members)
-        .Run();
-  }});
-  last_prescription_ = id;
-  return id;
+int64_t Archive::AddPrescription(int64_t patient_id, const std::string& members) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return Statement(db_, Prepared("INSERT INTO prescriptions(patient_id, members) VALUES(?, ?)"))
+      .Bind(patient_id)
+      .Bind(members)
+      .Run();
 }
 
-void Archive::AddPrescriptionItem(std::optional<int64_t> prescription_id, std::string store, std::string members) {
-  Post({[this, prescription_id, store = std::move(store), members = std::move(members)] {
-    Statement(db_, Prepared("INSERT INTO prescription_items(prescription_id, store, members) VALUES(?, ?, ?)"))
-        .Bind(prescription_id)
-        .Bind(store)
-        .Bind(members)
-        .Run();
-  }});
+void Archive::AddPrescriptionItem(std::optional<int64_t> prescription_id, const std::string& store,
+                                  const std::string& members) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  Statement(db_, Prepared("INSERT INTO prescription_items(prescription_id, store, members) VALUES(?, ?, ?)"))
+      .Bind(prescription_id)
+      .Bind(store)
+      .Bind(members)
+      .Run();
 }
 
-// A file on its way into its row: made with a content of zeros of the
-// file's size, written over a chunk at a time, the digest (if taken) put in
-// its place at the end. The row's content is open while it lasts.
-struct Archive::FileInWriting {
-  int64_t row = 0;
-  int64_t written = 0;
-  sqlite3_blob* content = nullptr;
-  std::optional<Sha256> digest;
-  ~FileInWriting() {
-    if (content != nullptr) sqlite3_blob_close(content);
-  }
-};
-
-// Hands the content that fd gives (file.size bytes) to the writer a chunk
-// at a time, the whole read before it returns; the file is never whole in
-// memory. False, and no row, when fd can't be read.
-bool Archive::PostFile(const StoredFile& file, int fd, bool digest) {
-  auto writing = std::make_shared<FileInWriting>();
-  Post({[this, writing, file, digest] {
-    StoredFile placed = file;
-    // The digest's place holds zeros of its length until the content is
-    // through: an UPDATE would rewrite the whole row, content and all.
-    if (digest) {
-      placed.sha256.assign(kSha256HexLength, '0');
-      writing->digest.emplace();
-    }
-    writing->row = InsertFile(placed);
-    if (file.size > 0 &&
-        sqlite3_blob_open(db_, "main", "files", "content", writing->row, 1, &writing->content) != SQLITE_OK)
-      Fail(db_);
-  }});
-  constexpr size_t kChunk = 1 << 18;
-  int64_t read_so_far = 0;
-  while (read_so_far < file.size) {
-    std::vector<char> chunk(static_cast<size_t>(std::min<int64_t>(kChunk, file.size - read_so_far)));
-    size_t done = 0;
-    while (done < chunk.size()) {
-      const ssize_t got = read(fd, chunk.data() + done, chunk.size() - done);
-      if (got < 0 && errno == EINTR) continue;
-      if (got <= 0) {
-        Post({[this, writing] {
-          if (writing->content != nullptr) sqlite3_blob_close(std::exchange(writing->content, nullptr));
-          Statement(db_, Prepared("DELETE FROM files WHERE rowid = ?")).Bind(writing->row).Run();
-        }});
-        if (got < 0) return false;
-        throw WriteError("the file " + file.path + " changed while it was stored");
-      }
-      done += static_cast<size_t>(got);
-    }
-    read_so_far += static_cast<int64_t>(chunk.size());
-    const size_t bytes = chunk.size();
-    Post({[this, writing, chunk = std::move(chunk)] {
-            if (writing->digest) writing->digest->Update(chunk.data(), chunk.size());
-            if (sqlite3_blob_write(writing->content, chunk.data(), static_cast<int>(chunk.size()),
-                                   static_cast<int>(writing->written)) != SQLITE_OK)
-              Fail(db_);
-            writing->written += static_cast<int64_t>(chunk.size());
-          },
-          bytes});
-  }
-  Post({[this, writing] {
-    if (writing->content != nullptr && sqlite3_blob_close(std::exchange(writing->content, nullptr)) != SQLITE_OK)
-      Fail(db_);
-    if (!writing->digest) return;
-    const std::string sha256 = writing->digest->Hex();
-    sqlite3_blob* place = nullptr;
-    if (sqlite3_blob_open(db_, "main", "files", "sha256", writing->row, 1, &place) != SQLITE_OK) Fail(db_);
-    std::unique_ptr<sqlite3_blob, decltype(&sqlite3_blob_close)> open_place(place, sqlite3_blob_close);
-    if (sqlite3_blob_write(place, sha256.data(), static_cast<int>(sha256.size()), 0) != SQLITE_OK) Fail(db_);
-  }});
-  return true;
-}
-
-// The row of file with a content of zeros of its size.
+// The row is made with a content of zeros of the file's size, which is then
+// written over a chunk at a time: the file is never whole in memory.
 int64_t Archive::InsertFile(const StoredFile& file) {
   return Statement(db_, Prepared("INSERT INTO files(id, patient_id, title, name, size, sha256, content) "
                                  "VALUES(?, ?, ?, ?, ?, ?, zeroblob(?))"))
@@ -513,72 +320,89 @@ int64_t Archive::InsertFile(const StoredFile& file) {
       .Run();
 }
 
-void Archive::AddFile(const StoredFile& file) {
-  const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0 && file.size > 0) throw WriteError("the file " + file.path + " changed while it was stored");
-  bool stored = false;
-  try {
-    stored = PostFile(file, fd, false);
-  } catch (...) {
-    if (fd >= 0) close(fd);
-    throw;
+// Writes file.size bytes from fd over the zero content of row, each chunk
+// also into digest if one is given. False when fd can't be read.
+bool Archive::CopyContent(int64_t row, const StoredFile& file, int fd, Sha256* digest) {
+  if (file.size == 0) return true;
+  sqlite3_blob* blob = nullptr;
+  if (sqlite3_blob_open(db_, "main", "files", "content", row, 1, &blob) != SQLITE_OK) Fail(db_);
+  std::unique_ptr<sqlite3_blob, decltype(&sqlite3_blob_close)> open_blob(blob, sqlite3_blob_close);
+  std::vector<char> chunk(1 << 16);
+  int64_t written = 0;
+  while (written < file.size) {
+    const ssize_t got =
+        read(fd, chunk.data(), static_cast<size_t>(std::min<int64_t>(static_cast<int64_t>(chunk.size()), file.size - written)));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return false;
+    if (got == 0) throw WriteError("the file " + file.path + " changed while it was stored");
+    if (digest != nullptr) digest->Update(chunk.data(), static_cast<size_t>(got));
+    if (sqlite3_blob_write(blob, chunk.data(), static_cast<int>(got), static_cast<int>(written)) != SQLITE_OK)
+      Fail(db_);
+    written += got;
   }
-  if (fd >= 0) close(fd);
-  if (!stored) throw WriteError("the file " + file.path + " changed while it was stored");
+  return true;
 }
 
-bool Archive::AddFileDigesting(const StoredFile& file, int fd) { return PostFile(file, fd, true); }
+void Archive::AddFile(const StoredFile& file) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const int64_t row = InsertFile(file);
+  const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0 && file.size > 0) throw WriteError("the file " + file.path + " changed while it was stored");
+  const bool copied = CopyContent(row, file, fd, nullptr);
+  if (fd >= 0) close(fd);
+  if (!copied) throw WriteError("the file " + file.path + " changed while it was stored");
+}
 
-void Archive::AddMessage(std::string kind, std::string text) {
-  Post({[this, kind = std::move(kind), text = std::move(text)] {
-    Statement(db_, Prepared("INSERT INTO messages(kind, text) VALUES(?, ?)")).Bind(kind).Bind(text).Run();
-  }});
+std::optional<std::string> Archive::AddFileDigesting(const StoredFile& file, int fd) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  // The digest's place holds zeros of its length until the content is
+  // through, then is written over as the content is: an UPDATE would
+  // rewrite the whole row, content and all.
+  StoredFile placed = file;
+  placed.sha256.assign(kSha256HexLength, '0');
+  const int64_t row = InsertFile(placed);
+  Sha256 digest;
+  if (!CopyContent(row, file, fd, &digest)) {
+    Statement(db_, Prepared("DELETE FROM files WHERE rowid = ?")).Bind(row).Run();
+    return std::nullopt;
+  }
+  std::string sha256 = digest.Hex();
+  sqlite3_blob* blob = nullptr;
+  if (sqlite3_blob_open(db_, "main", "files", "sha256", row, 1, &blob) != SQLITE_OK) Fail(db_);
+  std::unique_ptr<sqlite3_blob, decltype(&sqlite3_blob_close)> open_blob(blob, sqlite3_blob_close);
+  if (sqlite3_blob_write(blob, sha256.data(), static_cast<int>(sha256.size()), 0) != SQLITE_OK) Fail(db_);
+  return sha256;
+}
+
+void Archive::AddMessage(const std::string& kind, const std::string& text) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  Statement(db_, Prepared("INSERT INTO messages(kind, text) VALUES(?, ?)")).Bind(kind).Bind(text).Run();
 }
 
 void Archive::Close() {
-  {
-    std::unique_lock<std::mutex> lock(mutex_);
-    if (finished_ || abandon_) return;
-  }
-  std::string failure;
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (db_ == nullptr) return;
   try {
-    Post({[this] {
-            try {
-              CommitOpen();
-            } catch (const WriteError&) {
-              CloseFile();
-              throw;
-            }
-            CloseFile();
-          },
-          0, true});
-    Drain();
-  } catch (const WriteError& e) {
-    failure = e.what();
+    CommitLocked();
+  } catch (const WriteError&) {
+    CloseLocked();
+    throw;
   }
-  {
-    std::unique_lock<std::mutex> lock(mutex_);
-    abandon_ = true;
-    changed_.notify_all();
-  }
-  StopWriter();
-  if (!failure.empty()) throw WriteError(failure);
+  CloseLocked();
 }
 
 void Archive::Abandon() {
-  {
-    std::unique_lock<std::mutex> lock(mutex_);
-    abandon_ = true;
-    changed_.notify_all();
-  }
-  StopWriter();
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (db_ == nullptr) return;
+  if (sqlite3_get_autocommit(db_) == 0) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+  in_transaction_ = false;
+  CloseLocked();
 }
 
 // Goes back to a rollback journal, which writes what the log holds into the
 // file and removes the log, and closes. The file is closed even when that
 // fails (the log then stays beside it, and the archive is whole with it).
-void Archive::CloseFile() {
-  if (db_ == nullptr) return;
+void Archive::CloseLocked() {
   std::string failure;
   try {
     Execute("PRAGMA journal_mode=DELETE");
@@ -588,10 +412,6 @@ void Archive::CloseFile() {
   FinalizeStatements();
   sqlite3_close(db_);
   db_ = nullptr;
-  {
-    std::unique_lock<std::mutex> lock(mutex_);
-    finished_ = true;
-  }
   if (!failure.empty()) throw WriteError(failure);
 }
 

@@ -204,7 +204,8 @@ class FilesStore : public HostObject {
     stored.title = host::TextOf(args[1].value());
     stored.name = BaseName(stored.path);
     stored.size = st.st_size;
-    if (!session().archive().AddFileDigesting(stored, file.fd)) return {};
+    std::optional<std::string> sha256 = session().archive().AddFileDigesting(stored, file.fd);
+    if (!sha256) return {};
     session().NextFile();
     session().CountFile(stored.size);
     args[0].value() = stored.id;
