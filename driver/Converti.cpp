@@ -88,6 +88,10 @@ bool clsAmbulor::Converti(const std::string& /*medico: every patient is converte
         } else {
           media_usati_ = std::make_unique<KeyedList>();
           immagini_usate_ = std::make_unique<KeyedList>();
+          // The patient's rows of every table come in one go, while the
+          // database's pages are at hand; the converters then take them.
+          source::ReadAhead(conn_user_, cod_cart);
+          source::ReadAhead(conn_media_, cod_cart);
           bool esito = ConvertiAnagrafica(cod_cart, paziente);
           for (Converter converter : categorie_scelte) {
             if (!esito) break;

@@ -177,6 +177,7 @@ void Connection::Open(const std::string& connection_text) {
 
     c.transaction = c.attachment->startTransaction(&c.status, sizeof kReadOnlyTransaction, kReadOnlyTransaction);
     c.queries = std::make_shared<firebird::QueryPool>();
+    c.read_ahead = std::make_shared<firebird::ReadAhead>();
   } catch (const Firebird::FbException& error) {
     Close();
     throw firebird::FailureOf(error);
@@ -197,6 +198,7 @@ void Connection::Close() {
   Impl& c = *impl_;
   // The statements go before the attachment that they were prepared on.
   c.queries.reset();
+  c.read_ahead.reset();
   EndTransaction(c.transaction, c.status);
   if (c.attachment != nullptr) {
     try {

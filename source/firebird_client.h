@@ -79,6 +79,24 @@ struct PreparedQuery;
 // is running, by their text, waiting for the next run. A query that several
 // recordsets run at the same time has a statement for each; all are freed
 // when the connection closes, those of recordsets still open when they close.
+// The rows of one query read ahead for a key: each row's message as the
+// statement gave it, and the statement, whose columns describe them.
+struct RowsReadAhead {
+  std::shared_ptr<PreparedQuery> query;
+  std::vector<std::vector<unsigned char>> rows;
+};
+
+// What a connection reads ahead (source::ReadAhead): the queries that it ran
+// with the key of the patient under way as their only value, in the order
+// first run, each with a statement of its own (by query and room), and
+// their rows for the key read ahead last (by query).
+struct ReadAhead {
+  std::string key;
+  std::vector<std::string> queries;
+  std::unordered_map<std::string, std::shared_ptr<PreparedQuery>> statements;
+  std::unordered_map<std::string, std::shared_ptr<const RowsReadAhead>> rows;
+};
+
 struct QueryPool {
   std::unordered_map<std::string, std::vector<std::shared_ptr<PreparedQuery>>> idle;
   size_t idle_count = 0;
@@ -95,4 +113,5 @@ struct source::Connection::Impl {
   Firebird::ITransaction* transaction = nullptr;
   std::shared_ptr<const firebird::CharacterSets> character_sets;
   std::shared_ptr<firebird::QueryPool> queries;
+  std::shared_ptr<firebird::ReadAhead> read_ahead;
 };

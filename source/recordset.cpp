@@ -25,6 +25,10 @@ constexpr int32_t kObjectClosed = 3704;
 constexpr int32_t kObjectOpen = 3705;
 constexpr int32_t kConnectionClosed = 3709;
 
+// What the rows read ahead for one query and key may take; beyond it, the
+// rows are read when asked for.
+constexpr size_t kMostBytesReadAhead = 4 << 20;
+
 // The room of a parameter: for a short value, and for the longest text.
 constexpr unsigned kShortValue = 64;
 constexpr unsigned kLongestValue = 32765;
@@ -229,14 +233,18 @@ struct Recordset::Impl {
   std::string pool_key;
   Firebird::IResultSet* cursor = nullptr;
   std::shared_ptr<const firebird::CharacterSets> character_sets;
+  // Rows read ahead, taken in turn instead of the cursor's.
+  std::shared_ptr<const firebird::RowsReadAhead> read_ahead;
+  size_t next_row = 0;
 
-  // The current row's values; a BLOB is read at the first request for it,
-  // until then its place is marked as pending.
+  // The current row's message, and its values; a BLOB is read at the first
+  // request for it, until then its place is marked as pending.
+  const unsigned char* message = nullptr;
   std::vector<host::Value> row;
   std::vector<bool> pending;
   bool eof = true;
 
-  bool is_open() const { return cursor != nullptr; }
+  bool is_open() const { return cursor != nullptr || read_ahead != nullptr; }
   const std::vector<Column>& columns() const { return query->columns; }
 
   void Run(const std::vector<std::string>* parameters);
@@ -252,18 +260,23 @@ struct Recordset::Impl {
 };
 
 void Recordset::Impl::Fetch() {
-  if (cursor->fetchNext(&status, query->buffer.data()) != Firebird::IStatus::RESULT_OK) {
+  const bool fetched = read_ahead != nullptr
+                           ? next_row < read_ahead->rows.size()
+                           : cursor->fetchNext(&status, query->buffer.data()) == Firebird::IStatus::RESULT_OK;
+  if (!fetched) {
     eof = true;
+    message = nullptr;
     row.clear();
     pending.clear();
     return;
   }
+  message = read_ahead != nullptr ? read_ahead->rows[next_row++].data() : query->buffer.data();
   eof = false;
   const std::vector<Column>& all = columns();
   row.resize(all.size());
   pending.assign(all.size(), false);
   for (size_t i = 0; i < all.size(); ++i) {
-    const bool null = Load<int16_t>(query->buffer.data() + all[i].null_offset) != 0;
+    const bool null = Load<int16_t>(message + all[i].null_offset) != 0;
     if (all[i].type == SQL_BLOB && !null) {
       row[i] = host::Value();  // the row before's BLOB is let go at once
       pending[i] = true;
@@ -364,9 +377,8 @@ Bytes Recordset::Impl::ReadBlob(ISC_QUAD id) {
 }
 
 host::Value Recordset::Impl::Decode(const Column& column) {
-  const std::vector<unsigned char>& buffer = query->buffer;
-  if (Load<int16_t>(buffer.data() + column.null_offset) != 0) return host::Value::Null();
-  const unsigned char* data = buffer.data() + column.offset;
+  if (Load<int16_t>(message + column.null_offset) != 0) return host::Value::Null();
+  const unsigned char* data = message + column.offset;
   switch (column.type) {
     case SQL_SHORT: {
       const auto n = Load<int16_t>(data);
@@ -426,7 +438,7 @@ host::Value Recordset::Impl::Decode(const Column& column) {
 
 // The bytes of a text column of the current row as the database holds them.
 std::string Recordset::Impl::StoredBytes(const Column& column) {
-  const unsigned char* data = query->buffer.data() + column.offset;
+  const unsigned char* data = message + column.offset;
   switch (column.type) {
     case SQL_TEXT:
       return std::string(reinterpret_cast<const char*>(data), column.length);
@@ -444,6 +456,9 @@ std::string Recordset::Impl::StoredBytes(const Column& column) {
 // closed in the meantime.
 void Recordset::Impl::Release() {
   EndOrRelease(cursor, [&] { cursor->close(&status); });
+  read_ahead.reset();
+  next_row = 0;
+  message = nullptr;
   if (query != nullptr) {
     std::shared_ptr<firebird::QueryPool> queries = pool.lock();
     constexpr size_t kMostIdle = 256;
@@ -488,6 +503,15 @@ void CheckCanOpen(bool recordset_open, const Connection& connection) {
                         "La connessione non può essere utilizzata per eseguire questa operazione. È chiusa o "
                         "non valida in questo contesto.");
   }
+}
+
+// Keys are short, and a statement whose parameters have room for short
+// values only gives the database far fewer bytes to move at every run; a
+// longer value takes the statement with room for the longest text.
+unsigned RoomFor(const std::vector<std::string>& values) {
+  const bool short_values =
+      std::all_of(values.begin(), values.end(), [](const std::string& value) { return value.size() <= kShortValue; });
+  return short_values ? kShortValue : kLongestValue;
 }
 
 // The query as it reads with each "?" outside quotes replaced by its value
@@ -583,12 +607,24 @@ void Recordset::Open(const std::string& sql, const std::vector<std::string>& par
   r.transaction = c.transaction;
   r.transaction->addRef();
   r.character_sets = c.character_sets;
-  // Keys are short, and a statement whose parameters have room for short
-  // values only gives the database far fewer bytes to move at every run; a
-  // longer value takes the statement with room for the longest text.
-  const bool short_values = std::all_of(parameters.begin(), parameters.end(),
-                                        [](const std::string& value) { return value.size() <= kShortValue; });
-  const unsigned room = short_values ? kShortValue : kLongestValue;
+  firebird::ReadAhead& ahead = *c.read_ahead;
+  const bool with_patient_key = parameters.size() == 1 && !ahead.key.empty() && parameters[0] == ahead.key;
+  if (with_patient_key) {
+    if (auto read = ahead.rows.find(sql); read != ahead.rows.end()) {
+      r.read_ahead = read->second;
+      r.query = read->second->query;
+      try {
+        r.Fetch();
+      } catch (...) {
+        r.Release();
+        throw;
+      }
+      return;
+    }
+    if (std::find(ahead.queries.begin(), ahead.queries.end(), sql) == ahead.queries.end())
+      ahead.queries.push_back(sql);
+  }
+  const unsigned room = RoomFor(parameters);
   r.pool = c.queries;
   r.pool_key = sql + '\0' + std::to_string(room);
   try {
@@ -652,7 +688,7 @@ std::string Recordset::QueryText(std::string_view name) const {
     throw firebird::FailureOf(error);
   }
   if (column.type == SQL_INT64 && column.scale == 0)
-    return std::to_string(Load<int64_t>(impl_->query->buffer.data() + column.offset));
+    return std::to_string(Load<int64_t>(impl_->message + column.offset));
   return host::TextOf(value);
 }
 
@@ -672,6 +708,46 @@ host::Value Recordset::Bytes(std::string_view name) const {
 }
 
 void Recordset::Close() { impl_->Release(); }
+
+void ReadAhead(Connection& connection, const std::string& key) {
+  if (!connection.is_open()) return;
+  Connection::Impl& c = connection.impl();
+  firebird::ReadAhead& ahead = *c.read_ahead;
+  ahead.key = key;
+  ahead.rows.clear();
+  if (key.empty() || key.find('\'') != std::string::npos) return;
+  const std::vector<std::string> values{key};
+  const unsigned room = RoomFor(values);
+  for (const std::string& sql : ahead.queries) {
+    try {
+      std::shared_ptr<firebird::PreparedQuery>& query = ahead.statements[sql + '\0' + std::to_string(room)];
+      if (query == nullptr) {
+        auto prepared = std::make_shared<firebird::PreparedQuery>();
+        prepared->Prepare(c.attachment, c.transaction, sql, room);
+        query = std::move(prepared);
+      }
+      auto read = std::make_shared<firebird::RowsReadAhead>();
+      read->query = query;
+      query->BindText(values);
+      firebird::Owned<Firebird::IResultSet> cursor(
+          query->statement->openCursor(&query->status, c.transaction, query->input, query->input_buffer.data(),
+                                       query->output, 0));
+      size_t bytes = 0;
+      while (bytes <= kMostBytesReadAhead &&
+             cursor->fetchNext(&query->status, query->buffer.data()) == Firebird::IStatus::RESULT_OK) {
+        read->rows.push_back(query->buffer);
+        bytes += query->buffer.size();
+      }
+      cursor->close(&query->status);
+      cursor.release();
+      // A patient with rows beyond the bound has them read when asked for.
+      if (bytes <= kMostBytesReadAhead) ahead.rows.emplace(sql, std::move(read));
+    } catch (const Firebird::FbException&) {
+      // The query runs, and fails, when a recordset asks for it.
+    } catch (const host::Failure&) {
+    }
+  }
+}
 
 namespace {
 

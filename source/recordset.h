@@ -78,6 +78,16 @@ class Recordset {
   std::unique_ptr<Impl> impl_;
 };
 
+// Reads ahead, query after query while the engine's data is at hand, the
+// rows of every query that recordsets of the connection ran with the key
+// that ReadAhead was last given as their only value, now with key; until
+// the next ReadAhead, a recordset of one of those queries with key takes
+// its rows from memory: the same rows, in the same order, BLOBs still read
+// when asked for. A query that fails here, or whose rows for key pass
+// 4 MiB, is left to run when asked for; a key with a quote reads nothing
+// ahead. Never raises. Does nothing on a closed connection.
+void ReadAhead(Connection& connection, const std::string& key);
+
 // The text as the bytes that a literal compared with column of table must
 // hold: the column's character set; for a column without one, Windows-1252
 // when some stored value isn't valid UTF-8 (the column holds Windows-1252
