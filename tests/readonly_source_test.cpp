@@ -177,7 +177,9 @@ TEST_F(ReadOnlySource, ImmutableFilesAndFolderConvertThroughTheHost) {
 TEST_F(ReadOnlySource, TheHostRemovesTheCopyWhenEndedAtOnce) {
   fs::path big = dir_.path() / "big";
   sample::SampleOptions options;
-  options.patients = 150;
+  // Enough patients that the run is still going when the signals come, on
+  // a loaded machine too.
+  options.patients = 400;
   sample::GenerateSample(big.string(), options);
   if (std::system(("chattr -R +i " + big.string() + " 2>/dev/null").c_str()) != 0)
     GTEST_SKIP() << "chattr +i doesn't work here: no read-only source to try";
