@@ -177,9 +177,7 @@ TEST_F(ReadOnlySource, ImmutableFilesAndFolderConvertThroughTheHost) {
 TEST_F(ReadOnlySource, TheHostRemovesTheCopyWhenEndedAtOnce) {
   fs::path big = dir_.path() / "big";
   sample::SampleOptions options;
-  // Enough patients that the run is still going when the signals come, on
-  // a loaded machine too.
-  options.patients = 400;
+  options.patients = 150;
   sample::GenerateSample(big.string(), options);
   if (std::system(("chattr -R +i " + big.string() + " 2>/dev/null").c_str()) != 0)
     GTEST_SKIP() << "chattr +i doesn't work here: no read-only source to try";
@@ -188,23 +186,30 @@ TEST_F(ReadOnlySource, TheHostRemovesTheCopyWhenEndedAtOnce) {
     ~Unfreeze() { std::system(("chattr -R -i " + folder.string()).c_str()); }
   } unfreeze{big};
 
-  const std::string archive = (dir_.path() / "signal.sqlite").string();
-  support::Process run({KAIRON_CONVERT_PATH, "convert", (big / "GX_USER.FDB").string(), "--archive", archive,
-                        "--plugin", KAIRON_PLUGIN_PATH},
-                       dir_.path() / "signal", {"TMPDIR=" + temp_.string()});
-  for (int i = 0; i < 600 && run.Running(); ++i) {
-    if (!CopiesLeft(temp_).empty() && Column(archive, "SELECT count(*) FROM patients") != std::vector<std::string>{"0"} &&
-        !Column(archive, "SELECT count(*) FROM patients").empty())
-      break;
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  // The second signal must come before the stop that the first asks for is
+  // through; when the run stops first, it ends cleanly (and leaves no copy
+  // either), and is tried again.
+  bool ended_at_once = false;
+  for (int attempt = 0; attempt < 5 && !ended_at_once; ++attempt) {
+    const std::string archive = (dir_.path() / ("signal" + std::to_string(attempt) + ".sqlite")).string();
+    support::Process run({KAIRON_CONVERT_PATH, "convert", (big / "GX_USER.FDB").string(), "--archive", archive,
+                          "--plugin", KAIRON_PLUGIN_PATH},
+                         dir_.path() / ("signal" + std::to_string(attempt)), {"TMPDIR=" + temp_.string()});
+    for (int i = 0; i < 600 && run.Running(); ++i) {
+      if (!CopiesLeft(temp_).empty() && Column(archive, "SELECT count(*) FROM patients") != std::vector<std::string>{"0"} &&
+          !Column(archive, "SELECT count(*) FROM patients").empty())
+        break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    ASSERT_EQ(CopiesLeft(temp_).size(), 1u);
+    run.Signal(SIGTERM);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    run.Signal(SIGTERM);
+    support::Outcome outcome = run.Wait();
+    ended_at_once = outcome.status < 0;
+    EXPECT_EQ(CopiesLeft(temp_), std::vector<std::string>{}) << "attempt " << attempt;
   }
-  ASSERT_EQ(CopiesLeft(temp_).size(), 1u);
-  run.Signal(SIGTERM);
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  run.Signal(SIGTERM);
-  support::Outcome outcome = run.Wait();
-  EXPECT_LT(outcome.status, 0) << outcome.err;
-  EXPECT_EQ(CopiesLeft(temp_), std::vector<std::string>{});
+  EXPECT_TRUE(ended_at_once);
 }
 
 }  // namespace
