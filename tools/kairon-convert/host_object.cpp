@@ -14,10 +14,16 @@ namespace {
 // can catch it.
 constexpr int32_t kHostFailure = 1002;
 
-nlohmann::ordered_json TypedArgs(const std::vector<host::Value>& values) {
-  nlohmann::ordered_json args = nlohmann::ordered_json::array();
-  for (const host::Value& value : values) args.push_back(TypedValue(value));
-  return args;
+// The start of a trace line, {"obj":NAME,"op":OP,"member":MEMBER, as the
+// JSON of the line's members in that order writes it.
+std::string TraceLineStart(const std::string& object, const char* op, std::string_view member) {
+  std::string line = "{\"obj\":";
+  AppendJsonString(line, object);
+  line += ",\"op\":\"";
+  line += op;
+  line += "\",\"member\":";
+  AppendJsonString(line, std::string(member));
+  return line;
 }
 
 // The archive or trace failing inside a member: passes on host failures and
@@ -47,18 +53,17 @@ host::Value HostObject::Get(std::string_view member) {
 
 void HostObject::Set(std::string_view member, const host::Value& value) {
   if (!session_->tracing()) return AsHostFailure(*session_, [&] { Write(member, value); });
-  nlohmann::ordered_json line;
-  line["obj"] = trace_name_;
-  line["op"] = "set";
-  line["member"] = member;
-  line["value"] = TypedValue(value);
+  std::string line = TraceLineStart(trace_name_, "set", member);
+  line += ",\"value\":";
+  AppendTypedValue(line, value);
   try {
     AsHostFailure(*session_, [&] { Write(member, value); });
   } catch (const host::Failure&) {
-    line["failed"] = true;
+    line += ",\"failed\":true}";
     session_->WriteTrace(line);
     throw;
   }
+  line += '}';
   session_->WriteTrace(line);
 }
 
@@ -71,11 +76,13 @@ host::Value HostObject::Call(std::string_view member, host::Args& args) {
   }
   std::vector<host::Value> before;
   for (const host::Arg& arg : args) before.push_back(arg.value());
-  nlohmann::ordered_json line;
-  line["obj"] = trace_name_;
-  line["op"] = "call";
-  line["member"] = member;
-  line["args"] = TypedArgs(before);
+  std::string line = TraceLineStart(trace_name_, "call", member);
+  line += ",\"args\":[";
+  for (size_t i = 0; i < before.size(); ++i) {
+    if (i > 0) line += ',';
+    AppendTypedValue(line, before[i]);
+  }
+  line += ']';
   host::Value result;
   try {
     result = AsHostFailure(*session_, [&] {
@@ -84,15 +91,25 @@ host::Value HostObject::Call(std::string_view member, host::Args& args) {
       return Invoke(member, args);
     });
   } catch (const host::Failure&) {
-    line["failed"] = true;
+    line += ",\"failed\":true}";
     session_->WriteTrace(line);
     throw;
   }
-  if (!result.is_empty()) line["returns"] = TypedValue(result);
-  nlohmann::ordered_json out = nlohmann::ordered_json::object();
-  for (size_t i = 0; i < args.size(); ++i)
-    if (args[i].by_ref() && !(args[i].value() == before[i])) out[std::to_string(i)] = TypedValue(args[i].value());
-  if (!out.empty()) line["out"] = std::move(out);
+  if (!result.is_empty()) {
+    line += ",\"returns\":";
+    AppendTypedValue(line, result);
+  }
+  bool any_out = false;
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (!args[i].by_ref() || args[i].value() == before[i]) continue;
+    line += any_out ? "," : ",\"out\":{";
+    any_out = true;
+    AppendJsonString(line, std::to_string(i));
+    line += ':';
+    AppendTypedValue(line, args[i].value());
+  }
+  if (any_out) line += '}';
+  line += '}';
   session_->WriteTrace(line);
   return result;
 }
@@ -105,7 +122,7 @@ host::Value HostObject::Invoke(std::string_view, host::Args&) {
   host::failures::Raise(host::failures::kMemberNotSupported);
 }
 
-void HostObject::DescribeCall(std::string_view, const host::Args&, nlohmann::ordered_json&) {}
+void HostObject::DescribeCall(std::string_view, const host::Args&, std::string&) {}
 
 namespace {
 

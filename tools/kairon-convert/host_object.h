@@ -39,9 +39,10 @@ class HostObject : public host::Object {
   virtual void Write(std::string_view member, const host::Value& value);
   // A method call; by default the object has no method.
   virtual host::Value Invoke(std::string_view member, host::Args& args);
-  // Adds to the trace line of a call what must be seen before the call is
+  // Adds to the trace line of a call, as JSON text that goes on its open
+  // object (",\"name\":value"), what must be seen before the call is
   // carried out (the file of SalvaFile).
-  virtual void DescribeCall(std::string_view member, const host::Args& args, nlohmann::ordered_json& line);
+  virtual void DescribeCall(std::string_view member, const host::Args& args, std::string& line);
 
   Session& session() { return *session_; }
   const std::shared_ptr<Session>& shared_session() const { return session_; }

@@ -182,11 +182,16 @@ class FilesStore : public HostObject {
  protected:
   host::Value Read(std::string_view) override { host::failures::Raise(host::failures::kMemberNotSupported); }
 
-  void DescribeCall(std::string_view member, const host::Args& args, nlohmann::ordered_json& line) override {
+  void DescribeCall(std::string_view member, const host::Args& args, std::string& line) override {
     if (!host::SameName(member, "SalvaFile") || args.size() != 3) return;
     std::optional<FileDigest> file = Digest(args[2]);
-    line["file"] = nullptr;
-    if (file) line["file"] = {{"size", file->size}, {"sha256", file->sha256}};
+    if (!file) {
+      line += ",\"file\":null";
+      return;
+    }
+    line += ",\"file\":{\"size\":" + std::to_string(file->size) + ",\"sha256\":";
+    AppendJsonString(line, file->sha256);
+    line += '}';
   }
 
   host::Value Invoke(std::string_view member, host::Args& args) override {

@@ -21,7 +21,7 @@ Session::Session(SessionSetup setup) : setup_(std::move(setup)) {
   if (setup_.progress) progress_.emplace(stderr);
 }
 
-void Session::WriteTrace(const nlohmann::ordered_json& line) {
+void Session::WriteTrace(const std::string& line) {
   if (setup_.trace) setup_.trace->Write(line);
 }
 

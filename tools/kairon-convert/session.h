@@ -61,8 +61,9 @@ class Session {
   const SessionSetup& setup() const { return setup_; }
   const SessionCounts& counts() const { return counts_; }
 
-  // A line of the trace; nothing without a trace.
-  void WriteTrace(const nlohmann::ordered_json& line);
+  // A line of the trace, as the JSON text of one object; nothing without a
+  // trace.
+  void WriteTrace(const std::string& line);
   // Whether there is a trace: without one, no line needs making.
   bool tracing() const { return setup_.trace != nullptr; }
   // Counts a call against the --fail plan; true if it must fail.

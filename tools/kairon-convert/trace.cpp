@@ -23,10 +23,10 @@ std::string Trace::NotOurTrace(const std::string& path) {
   return "";
 }
 
-void Trace::Write(const nlohmann::ordered_json& line) {
+void Trace::Write(const std::string& line) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (broken_) return;
-  pending_ += JsonText(line);
+  pending_ += line;
   pending_ += '\n';
 }
 

@@ -19,9 +19,8 @@ class Trace {
   // object with "obj" and "op"); otherwise why not, in words.
   static std::string NotOurTrace(const std::string& path);
 
-  // Adds one line. Text that isn't valid UTF-8 is written with U+FFFD in
-  // place of the bad bytes.
-  void Write(const nlohmann::ordered_json& line);
+  // Adds one line: the JSON text of one object, without its newline.
+  void Write(const std::string& line);
 
   // Writes out the lines added so far. Raises WriteError, naming the cause,
   // when the file can't take them; from then on nothing more is written.
