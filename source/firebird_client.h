@@ -75,10 +75,6 @@ inline constexpr unsigned kCharsetUtf8 = 4;
 // with a cursor of its own (defined in source/recordset.cpp).
 struct PreparedQuery;
 
-// The prepared queries with parameters of one connection that no recordset
-// is running, by their text, waiting for the next run. A query that several
-// recordsets run at the same time has a statement for each; all are freed
-// when the connection closes, those of recordsets still open when they close.
 // The rows of one query read ahead for a key: each row's message as the
 // statement gave it, and the statement, whose columns describe them.
 struct RowsReadAhead {
@@ -97,6 +93,10 @@ struct ReadAhead {
   std::unordered_map<std::string, std::shared_ptr<const RowsReadAhead>> rows;
 };
 
+// The prepared queries with parameters of one connection that no recordset
+// is running, by their text, waiting for the next run. A query that several
+// recordsets run at the same time has a statement for each; all are freed
+// when the connection closes, those of recordsets still open when they close.
 struct QueryPool {
   std::unordered_map<std::string, std::vector<std::shared_ptr<PreparedQuery>>> idle;
   size_t idle_count = 0;

@@ -131,6 +131,9 @@ struct firebird::PreparedQuery {
   void Prepare(Firebird::IAttachment* attachment, Firebird::ITransaction* transaction, const std::string& sql,
                unsigned room);
   void BindText(const std::vector<std::string>& values);
+  // A cursor over the query's rows with values bound to its "?" in order.
+  Firebird::IResultSet* OpenCursor(Firebird::ITransaction* transaction, const std::vector<std::string>& values,
+                                   Status& cursor_status);
 };
 
 namespace {
@@ -222,6 +225,13 @@ void firebird::PreparedQuery::BindText(const std::vector<std::string>& values) {
     const int16_t not_null = 0;
     std::memcpy(input_buffer.data() + input->getNullOffset(&status, i), &not_null, sizeof not_null);
   }
+}
+
+Firebird::IResultSet* firebird::PreparedQuery::OpenCursor(Firebird::ITransaction* transaction,
+                                                         const std::vector<std::string>& values,
+                                                         Status& cursor_status) {
+  BindText(values);
+  return statement->openCursor(&cursor_status, transaction, input, input_buffer.data(), output, 0);
 }
 
 struct Recordset::Impl {
@@ -481,9 +491,7 @@ void Recordset::Impl::Release() {
 // Opens the cursor over the prepared query and stands on its first row.
 void Recordset::Impl::Run(const std::vector<std::string>* parameters) {
   if (parameters != nullptr) {
-    query->BindText(*parameters);
-    cursor = query->statement->openCursor(&status, transaction, query->input, query->input_buffer.data(),
-                                          query->output, 0);
+    cursor = query->OpenCursor(transaction, *parameters, status);
   } else {
     cursor = query->statement->openCursor(&status, transaction, nullptr, nullptr, query->output, 0);
   }
@@ -513,6 +521,10 @@ unsigned RoomFor(const std::vector<std::string>& values) {
       std::all_of(values.begin(), values.end(), [](const std::string& value) { return value.size() <= kShortValue; });
   return short_values ? kShortValue : kLongestValue;
 }
+
+// The name under which a connection keeps the statements of a query with
+// parameters of that room.
+std::string StatementKey(const std::string& sql, unsigned room) { return sql + '\0' + std::to_string(room); }
 
 // The query as it reads with each "?" outside quotes replaced by its value
 // between single quotes, without doubling the value's own quotes.
@@ -626,7 +638,7 @@ void Recordset::Open(const std::string& sql, const std::vector<std::string>& par
   }
   const unsigned room = RoomFor(parameters);
   r.pool = c.queries;
-  r.pool_key = sql + '\0' + std::to_string(room);
+  r.pool_key = StatementKey(sql, room);
   try {
     auto idle = c.queries->idle.find(r.pool_key);
     if (idle != c.queries->idle.end() && !idle->second.empty()) {
@@ -720,7 +732,7 @@ void ReadAhead(Connection& connection, const std::string& key) {
   const unsigned room = RoomFor(values);
   for (const std::string& sql : ahead.queries) {
     try {
-      std::shared_ptr<firebird::PreparedQuery>& query = ahead.statements[sql + '\0' + std::to_string(room)];
+      std::shared_ptr<firebird::PreparedQuery>& query = ahead.statements[StatementKey(sql, room)];
       if (query == nullptr) {
         auto prepared = std::make_shared<firebird::PreparedQuery>();
         prepared->Prepare(c.attachment, c.transaction, sql, room);
@@ -728,10 +740,7 @@ void ReadAhead(Connection& connection, const std::string& key) {
       }
       auto read = std::make_shared<firebird::RowsReadAhead>();
       read->query = query;
-      query->BindText(values);
-      firebird::Owned<Firebird::IResultSet> cursor(
-          query->statement->openCursor(&query->status, c.transaction, query->input, query->input_buffer.data(),
-                                       query->output, 0));
+      firebird::Owned<Firebird::IResultSet> cursor(query->OpenCursor(c.transaction, values, query->status));
       size_t bytes = 0;
       while (bytes <= kMostBytesReadAhead &&
              cursor->fetchNext(&query->status, query->buffer.data()) == Firebird::IStatus::RESULT_OK) {
@@ -744,7 +753,6 @@ void ReadAhead(Connection& connection, const std::string& key) {
       if (bytes <= kMostBytesReadAhead) ahead.rows.emplace(sql, std::move(read));
     } catch (const Firebird::FbException&) {
       // The query runs, and fails, when a recordset asks for it.
-    } catch (const host::Failure&) {
     }
   }
 }
