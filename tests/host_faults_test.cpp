@@ -105,7 +105,10 @@ TEST_F(HostFaults, AnArchiveThatCantGrowKeepsThePatientsBefore) {
 TEST_F(HostFaults, AKilledRunLeavesAnArchiveThatOpens) {
   const std::string archive = dir_ / "killed.sqlite";
   {
-    support::Process run(Convert(archive, {}), dir_.path() / "killed");
+    // A killed program can't remove its temporary folder: it is given one
+    // here, so that none is left in the system's.
+    fs::create_directories(dir_.path() / "killed-tmp");
+    support::Process run(Convert(archive, {"--tempdir", (dir_.path() / "killed-tmp").string()}), dir_.path() / "killed");
     for (int i = 0; i < 2000 && run.Running(); ++i) {
       if (fs::exists(archive) && Count(archive, "patients") >= 5) break;
       std::this_thread::sleep_for(std::chrono::milliseconds(5));

@@ -437,7 +437,10 @@ TEST_F(SignalLoop, TwoSigtermsEndAtOnceWithTheArchiveConsistent) {
   for (int run = 1; run <= runs; ++run) {
     const std::string archive = *dir_ / ("term-" + std::to_string(run) + ".sqlite");
     const std::string trace = *dir_ / ("term-" + std::to_string(run) + ".jsonl");
-    Child child(Convert(*dir_ / "source/GX_USER.FDB", {"--archive", archive, "--trace", trace}), {}, true);
+    const fs::path tmpdir = dir_->path() / ("term-tmp-" + std::to_string(run));
+    fs::create_directories(tmpdir);
+    Child child(Convert(*dir_ / "source/GX_USER.FDB", {"--archive", archive, "--trace", trace}),
+                {"TMPDIR=" + tmpdir.string()}, true);
     std::this_thread::sleep_for(RandomMoment());
     child.Signal(SIGTERM);
     // Signals of one kind merge until taken: the second goes once the first
@@ -447,6 +450,8 @@ TEST_F(SignalLoop, TwoSigtermsEndAtOnceWithTheArchiveConsistent) {
     child.Signal(SIGTERM);
     Outcome outcome = child.Wait();
     ASSERT_TRUE(outcome.status == -SIGTERM || outcome.status == 0) << "run " << run << ": " << outcome.err;
+    // Whenever the signals came, the program's temporary folder is gone.
+    EXPECT_TRUE(fs::is_empty(tmpdir)) << "run " << run;
     if (!fs::exists(archive)) {  // ended before the run began: nothing written
       EXPECT_EQ(outcome.status, -SIGTERM) << "run " << run;
       EXPECT_FALSE(fs::exists(trace)) << "run " << run;

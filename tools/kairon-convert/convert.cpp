@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 
 #include "host/failure.h"
@@ -136,6 +137,12 @@ class UnderWay {
     std::lock_guard<std::mutex> lock(under_way_mutex);
     end_under_way = std::move(end);
   }
+  // Runs make with the end held off until make returns: a signal that comes
+  // meanwhile ends the run once what make created is there to remove.
+  void Hold(const std::function<void()>& make) {
+    std::lock_guard<std::mutex> lock(under_way_mutex);
+    make();
+  }
   ~UnderWay() {
     std::lock_guard<std::mutex> lock(under_way_mutex);
     end_under_way = nullptr;
@@ -214,20 +221,26 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
     return outcome;
   }
 
-  TemporaryFolder tempdir(given_tempdir);
-  std::unique_ptr<OutputFiles> outputs = OutputFiles::Reserve(paths);
+  std::optional<TemporaryFolder> tempdir;
+  std::unique_ptr<OutputFiles> outputs;
   std::shared_ptr<Session> session;
-  // Until the run is under way, ending at once leaves nothing written.
+  // Until the run is under way, ending at once leaves nothing written. The
+  // folder and the files are made with that end held off, so that a signal
+  // that comes meanwhile finds them and removes them.
   UnderWay under_way([&] {
-    outputs->Discard();
-    tempdir.Remove();
+    if (outputs) outputs->Discard();
+    if (tempdir) tempdir->Remove();
+  });
+  under_way.Hold([&] {
+    tempdir.emplace(given_tempdir);
+    outputs = OutputFiles::Reserve(paths);
   });
   setup.archive = Archive::Open(outputs->archive_file());
   if (!options.trace.empty()) setup.trace = std::make_unique<Trace>(outputs->trace_descriptor(), options.trace);
   if (utente_tempdir != nullptr)
-    *utente_tempdir = tempdir.path();
+    *utente_tempdir = tempdir->path();
   else
-    setup.utente["tempdir"] = tempdir.path();
+    setup.utente["tempdir"] = tempdir->path();
 
   session = std::make_shared<Session>(std::move(setup));
   int64_t run = session->archive().BeginRun(LocalTime(), options.conn, option_list);
@@ -238,7 +251,7 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
       outputs->PutInPlace();
     } catch (const WriteError&) {
     }
-    tempdir.Remove();
+    tempdir->Remove();
   });
   try {
     TestOutcome test = RunTest(conversione, options.conn);
@@ -255,7 +268,7 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
           outputs->PutInPlace();
         } catch (const WriteError&) {
         }
-        tempdir.Remove();
+        tempdir->Remove();
         std::error_code ignored;
         std::filesystem::remove_all(copy, ignored);
       });
