@@ -245,14 +245,16 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
   session = std::make_shared<Session>(std::move(setup));
   int64_t run = session->archive().BeginRun(LocalTime(), options.conn, option_list);
   outcome.archived = true;
-  under_way.Then([&] {
+  // Once the run is under way, ending at once keeps what it filed.
+  auto end_run_under_way = [&] {
     session->Abandon();
     try {
       outputs->PutInPlace();
     } catch (const WriteError&) {
     }
     tempdir->Remove();
-  });
+  };
+  under_way.Then(end_run_under_way);
   try {
     TestOutcome test = RunTest(conversione, options.conn);
     outcome.test_result = test.result;
@@ -262,13 +264,8 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
     if (!test.private_copy.empty()) {
       // The plug-in removes its private copies when it is done with them;
       // a program that ends at once removes them here.
-      under_way.Then([&, copy = test.private_copy] {
-        session->Abandon();
-        try {
-          outputs->PutInPlace();
-        } catch (const WriteError&) {
-        }
-        tempdir->Remove();
+      under_way.Then([end_run_under_way, copy = test.private_copy] {
+        end_run_under_way();
         std::error_code ignored;
         std::filesystem::remove_all(copy, ignored);
       });
