@@ -649,26 +649,39 @@ TEST(SampleSchema, ChangedAndDroppedColumnsShapeWhatATestWrites) {
 }
 
 // Converted with every category, the sample fails where it is planted to and
-// nowhere else.
+// nowhere else, also with media, whose long documents (plain and gzip) are
+// titled with a date.
 TEST(SampleConversion, EveryCategoryFailsOnlyWherePlanted) {
-  fixture::TempDir dir;
-  sample::SampleOptions options;
-  options.patients = 60;
-  sample::GenerateSample(dir.path().string(), options);
-  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB");
-  EXPECT_TRUE(run.outcome.result);
-  std::multiset<std::string> failed, planted;
-  for (const std::string& message : run.Messages()) {
-    if (message.rfind("AddInfo: ", 0) != 0) continue;
-    size_t dash = message.find(" - "), errore = message.find(" Errore ");
-    failed.insert(dash == std::string::npos || errore == std::string::npos
-                      ? ""
-                      : message.substr(dash + 3, errore - dash - 3));
-  }
+  std::multiset<std::string> planted;
   for (const sample::PlantedFailure& failure : sample::PlantedFailures()) planted.insert(failure.category);
-  EXPECT_EQ(failed, planted);
-  EXPECT_EQ(run.outcome.patients_err, static_cast<int>(planted.size()));
-  EXPECT_GT(run.outcome.files, 20);
+  for (int media_mb : {0, 24}) {
+    SCOPED_TRACE("--media-mb " + std::to_string(media_mb));
+    fixture::TempDir dir;
+    sample::SampleOptions options;
+    options.patients = 60;
+    options.media_mb = media_mb;
+    sample::GenerateSample(dir.path().string(), options);
+    if (media_mb > 0) {
+      int plain_diaries = 0;
+      for (auto& row : Media(dir.path(), "SELECT * FROM MODULI WHERE Titolo STARTING WITH 'Diario clinico del '",
+                             {"bindata"}))
+        plain_diaries += !IsGzip(row["bindata"]);
+      ASSERT_GT(plain_diaries, 1);
+    }
+    fixture::Run run = fixture::Convert(dir / "GX_USER.FDB");
+    EXPECT_TRUE(run.outcome.result);
+    std::multiset<std::string> failed;
+    for (const std::string& message : run.Messages()) {
+      if (message.rfind("AddInfo: ", 0) != 0) continue;
+      size_t dash = message.find(" - "), errore = message.find(" Errore ");
+      failed.insert(dash == std::string::npos || errore == std::string::npos
+                        ? ""
+                        : message.substr(dash + 3, errore - dash - 3));
+    }
+    EXPECT_EQ(failed, planted);
+    EXPECT_EQ(run.outcome.patients_err, static_cast<int>(planted.size()));
+    EXPECT_GT(run.outcome.files, 20);
+  }
 }
 
 }  // namespace

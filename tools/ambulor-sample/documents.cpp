@@ -227,7 +227,9 @@ void Generator::BulkMedia(const Person& p, int64_t share) {
           {{"CodCart", p.card}, {"CODESAME", plan}, {"Titolo", "Piano terapeutico scansionato"}, {"Settings", "tif"}},
           gzipped ? Gzipped(page) : page);
     } else {
-      const std::string title = "Diario clinico del " + FormatDay(day);
+      // A title is a file name when the document is filed, so the date in
+      // it is written as people do in names of files: "-" or ".", no "/".
+      const std::string title = "Diario clinico del " + FormatDay(day, number % 2 ? '-' : '.');
       Producer document = LongRtf(seed, title, size);
       PutStreamed("MODULI", {{"CodCart", p.card}, {"Titolo", title}, {"Data", OnDay(day)}},
                   gzipped ? Gzipped(document) : document);

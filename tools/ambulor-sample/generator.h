@@ -91,10 +91,11 @@ inline host::Value At(int year, int month, int day, int hour, int minute) {
   return At(DayOf(year, month, day), hour * 60 + minute);
 }
 
-inline std::string FormatDay(int day) {
+// "dd/mm/yyyy", or with another separator: "dd-mm-yyyy", "dd.mm.yyyy".
+inline std::string FormatDay(int day, char separator = '/') {
   const host::Date d = DateOfDay(day);
   char text[32];  // room for any int, to quiet the compiler
-  std::snprintf(text, sizeof text, "%02d/%02d/%04d", d.day, d.month, d.year);
+  std::snprintf(text, sizeof text, "%02d%c%02d%c%04d", d.day, separator, d.month, separator, d.year);
   return text;
 }
 
