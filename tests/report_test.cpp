@@ -154,6 +154,48 @@ TEST_F(ReportOfRun, PageIsSelfContainedAndEscapesEveryText) {
 }
 
 // Accounts made by hand, as the reconciliation gives them.
+// A title that can't be a file name: the plain document under it ends its
+// category in ERR, and the report names it beside that ERR; the gzip stream
+// under another is left out, and the report says that its name is why.
+TEST(ReportOfUnfileableTitles, NamesTheDocumentWhoseTitleEndedItsCategory) {
+  fixture::TempDir dir;
+  {
+    auto source = sample::Archive::Create(dir.path().string());
+    source->Insert("PAZIENTI", fixture::Patient("N1", "Neri"));
+    const auto document = [&](const std::vector<uint8_t>& content, const std::string& title) {
+      source->Insert("MODULI", {{"CodCart", "N1"}, {"bindata", Value::Bytes(content)}, {"Titolo", title}});
+    };
+    const std::string rtf = "{\\rtf1 diario}";
+    document(std::vector<uint8_t>(rtf.begin(), rtf.end()), "Diario clinico del 12-03-2019");
+    document(fixture::Gzip(rtf), "Referto 3/4");
+    document(std::vector<uint8_t>(rtf.begin(), rtf.end()), "Diario clinico del 12/03/2019");
+    source->Close();
+  }
+  refhost::ConvertOptions options;
+  options.options = "Certificati";
+  const fixture::Run run = fixture::Convert(dir.path() / "GX_USER.FDB", options);
+  const runreport::RunRecord record = runreport::ReadRun(run.archive);
+  const runreport::Reconciliation accounts = runreport::Reconcile(record);
+  ASSERT_TRUE(accounts.done) << accounts.why_not;
+  EXPECT_EQ(accounts.unexplained, 0);
+  const runreport::Figures figures = runreport::MakeFigures(run.archive, record, accounts);
+  const json report = json::parse(runreport::RenderJson(figures).dump());
+
+  ASSERT_EQ(report["err_documents"].size(), 1u) << report["err_documents"];
+  const json& ended = report["err_documents"][0];
+  EXPECT_EQ(ended["patient"], "NERI MARIO");
+  EXPECT_EQ(ended["category"], "Certificati");
+  EXPECT_EQ(ended["title"], "Diario clinico del 12/03/2019");
+  EXPECT_EQ(ended["why"], "its file name \"Diario clinico del 12/03/2019.rtf\" holds \"/\", which can't be written (52)");
+
+  ASSERT_EQ(report["files"]["undecoded"].size(), 1u);
+  EXPECT_EQ(report["files"]["undecoded"][0]["title"], "Referto 3/4");
+  EXPECT_EQ(report["files"]["undecoded"][0]["why"], "its file name \"Referto 3/4.rtf\" holds \"/\": the stream is not filed");
+
+  const std::string html = runreport::RenderHtml(figures);
+  EXPECT_NE(html.find("<td>NERI MARIO</td><td>Certificati</td><td>Diario clinico del 12/03/2019</td>"), std::string::npos);
+}
+
 TEST(ReportRendering, MarksUnexplainedRecordsAndShowsTheAccounts) {
   runreport::RunRecord run;
   run.options = "Diagnosi";

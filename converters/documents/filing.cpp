@@ -6,6 +6,7 @@
 
 #include <cerrno>
 
+#include "converters/documents/file_name.h"
 #include "converters/documents/gzip_decoder.h"
 #include "host/failure.h"
 #include "host/object.h"
@@ -25,13 +26,6 @@ namespace {
     default:
       throw host::Failure(kPathAccessError, "Errore di accesso al percorso/file");
   }
-}
-
-// One component of a path, inside the folder: no separator, no NUL, and
-// neither the folder itself nor its parent.
-bool IsFileName(const std::string& name) {
-  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
-         name.find('\0') == std::string::npos;
 }
 
 }  // namespace

@@ -188,6 +188,15 @@ void Book(size_t line_index, const PatientReceived* received,
   }
 }
 
+// The document at which the category that a line's "ERR" came from ended.
+void NoteEndingDocument(size_t line_index, const std::vector<std::string>& steps,
+                        const std::vector<rules::Verdict>& verdicts, const std::vector<StepReach>& reaches,
+                        std::vector<EndingDocument>& documents) {
+  for (size_t step = 0; step < steps.size(); ++step)
+    if (reaches[step].reach == Reach::FailedHere && verdicts[step].ended_at)
+      documents.push_back({line_index, steps[step], verdicts[step].ended_at->title, verdicts[step].ended_at->why});
+}
+
 }  // namespace
 
 Reconciliation Reconcile(const RunRecord& run) { return Reconcile(run, HostArchiveFiles{}); }
@@ -276,6 +285,7 @@ Reconciliation Reconcile(const RunRecord& run, const HostArchiveFiles& files) {
     auto received = line.patient != 0 ? run.received.find(line.patient) : run.received.end();
     Book(index, received != run.received.end() ? &received->second : nullptr, steps, verdicts, reaches,
          step_accounts, accounts.undecoded);
+    NoteEndingDocument(index, steps, verdicts, reaches, accounts.ending_documents);
   }
   for (const CategoryAccount& account : accounts.categories) accounts.unexplained += account.unexplained;
   accounts.done = true;

@@ -63,11 +63,21 @@ struct UndecodedStream {
   std::string why;          // "gzip stream cut short", "fewer than 4 bytes"
 };
 
+// A document at which a category's rules ended it, on a line that ended in
+// "ERR" there: what the patient's "ERR" came from.
+struct EndingDocument {
+  size_t patient_line = 0;  // index into RunRecord::patient_lines
+  std::string keyword;      // the category
+  std::string title;
+  std::string why;          // "its file name \"a/b.rtf\" holds \"/\", which can't be written (52)"
+};
+
 struct Reconciliation {
   bool done = false;
   std::string why_not;  // when not done, in words: the source's opening cause, or why the log doesn't match it
   std::vector<CategoryAccount> categories;  // the master record, then each category of the run once, in option order
   std::vector<UndecodedStream> undecoded;
+  std::vector<EndingDocument> ending_documents;
   int64_t unexplained = 0;  // over all categories
 };
 

@@ -7,6 +7,7 @@
 #include <set>
 #include <tuple>
 
+#include "converters/documents/file_name.h"
 #include "converters/documents/gzip_decoder.h"
 #include "host/failure.h"
 #include "host/text.h"
@@ -88,11 +89,7 @@ std::vector<const SourceRow*> Select(Verdict& v, Query query) {
   return {};
 }
 
-// A name that the temporary folder takes as one file.
-bool Writable(const std::string& file_name) {
-  return !file_name.empty() && file_name != "." && file_name != ".." && file_name.find('/') == std::string::npos &&
-         file_name.find('\0') == std::string::npos && file_name.size() <= 255;
-}
+using cnv::filing::IsFileName;
 
 std::string DecoderWhy(int32_t answer) {
   switch (answer) {
@@ -102,19 +99,29 @@ std::string DecoderWhy(int32_t answer) {
   }
 }
 
+// Why a document's file name can't be written, naming the name.
+std::string UnwritableName(const std::string& file_name) {
+  return "its file name \"" + file_name + "\" " + std::string(cnv::filing::WhyNotFileName(file_name));
+}
+
 // Filing of a file of at least 3 bytes under file_name: a gzip stream
 // through the decoder, anything else written as it is. Gives whether it
 // reached the file store; a plain file whose name can't be written ends
-// the converter.
+// the converter at that document.
 bool File(const StoredFile& file, const std::string& title, const std::string& file_name, Verdict& v) {
   if (file.gzip) {
-    const int32_t answer = Writable(file_name) ? file.decoder_answer : cnv::filing::kGzipCantWrite;
-    if (answer != cnv::filing::kGzipDone) {
-      v.LeaveOut(DecoderWhy(answer));
-      v.Undecoded(title, DecoderWhy(answer));
+    if (!IsFileName(file_name)) {
+      v.LeaveOut("gzip stream whose file name can't be written");
+      v.Undecoded(title, UnwritableName(file_name) + ": the stream is not filed");
       return false;
     }
-  } else if (!Writable(file_name)) {
+    if (file.decoder_answer != cnv::filing::kGzipDone) {
+      v.LeaveOut(DecoderWhy(file.decoder_answer));
+      v.Undecoded(title, DecoderWhy(file.decoder_answer));
+      return false;
+    }
+  } else if (!IsFileName(file_name)) {
+    v.EndAt(title, UnwritableName(file_name) + ", which can't be written (52)");
     throw Ends{"a file name that can't be written (52)"};
   }
   v.Make("Files");
@@ -532,7 +539,7 @@ void Scansioni(Context& ctx, const PatientRow& patient, PatientLists& lists, Ver
     nome = cnv::filing::CleanName(nome);
     std::string estensione = ".";
     passa_oltre([&] { estensione = "." + TextOf(row.Field("Settings")); });
-    if (!file.gzip && !Writable(nome + estensione)) return v.LeaveOut("a file name that can't be written");
+    if (!file.gzip && !IsFileName(nome + estensione)) return v.LeaveOut("a file name that can't be written");
     if (!File(file, nome, nome + estensione, v)) return;
     v.Make("Eventi");
     passa_oltre([&] {

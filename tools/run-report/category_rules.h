@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -54,12 +55,21 @@ class Verdict {
   void End(const std::string& cause) {
     if (failure.empty()) failure = cause;
   }
+  // The document at which the rule about to end the converter does so.
+  void EndAt(const std::string& title, const std::string& why) {
+    if (failure.empty()) ended_at = Document{title, why};
+  }
+
+  struct Document {
+    std::string title, why;
+  };
 
   int64_t rows = 0;
   std::map<std::string, int64_t> made, cut;
   std::map<std::string, int64_t> left_out;
   std::vector<std::pair<std::string, std::string>> undecoded;  // title, why
   std::string failure;
+  std::optional<Document> ended_at;  // when a document's title ends the converter
 };
 
 // A row of PAZIENTI with its card code as the driver reads it.

@@ -171,6 +171,18 @@ std::string Figures::Outcome() const {
   return outcome;
 }
 
+namespace {
+
+// The documents at which the patients' categories ended, by patient name and category name.
+void AddEndingDocuments(const RunRecord& run, const Reconciliation& accounts, Figures& figures) {
+  for (const EndingDocument& document : accounts.ending_documents)
+    figures.ending_documents.push_back(
+        {document.patient_line < run.patient_lines.size() ? PatientName(run.patient_lines[document.patient_line]) : "",
+         NameOf(document.keyword), document.title, document.why});
+}
+
+}  // namespace
+
 Figures MakeFigures(const std::string& archive, const RunRecord& run, const Reconciliation& accounts,
                     std::optional<LiveRun> live) {
   Figures figures;
@@ -257,6 +269,7 @@ Figures MakeFigures(const std::string& archive, const RunRecord& run, const Reco
                                      ? PatientName(run.patient_lines[stream.patient_line])
                                      : "",
                                  NameOf(stream.keyword), stream.title, stream.why});
+  AddEndingDocuments(run, accounts, figures);
   return figures;
 }
 

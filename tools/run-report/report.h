@@ -83,6 +83,10 @@ struct Figures {
   struct Undecoded {
     std::string patient, category, title, why;
   };
+  // The document at which a patient's "ERR" came, from the accounts.
+  struct EndingDocument {
+    std::string patient, category, title, why;
+  };
 
   std::string archive;
   RunRecord run;  // the parameters and result, and the driver's lines
@@ -96,6 +100,7 @@ struct Figures {
   std::vector<ErrReason> err_reasons;  // most patients first
   std::vector<File> files;
   std::vector<Undecoded> undecoded;
+  std::vector<EndingDocument> ending_documents;
   std::optional<double> archive_seconds;  // from the runs row's started and ended
 
   // "every record accounted for", "3 records unexplained", or why the accounts weren't made.

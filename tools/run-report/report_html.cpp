@@ -189,6 +189,17 @@ void ErrSection(std::ostringstream& html, const Figures& f) {
   html << "</table>";
 }
 
+// Beside the reasons, the document whose title ended each such category.
+void EndingDocumentsTable(std::ostringstream& html, const Figures& f) {
+  if (f.ending_documents.empty()) return;
+  html << "<h3>Documents at which a category ended (" << f.ending_documents.size()
+       << ")</h3><table><tr><th>Patient</th><th>Category</th><th>Title</th><th>Why</th></tr>";
+  for (const Figures::EndingDocument& d : f.ending_documents)
+    html << "<tr><td>" << E(d.patient) << "</td><td>" << E(d.category) << "</td><td>" << E(d.title) << "</td><td>"
+         << E(d.why) << "</td></tr>";
+  html << "</table>";
+}
+
 void FilesSection(std::ostringstream& html, const Figures& f) {
   html << "<h2>Files</h2><p>" << f.run.files << " files stored, " << Bytes(f.run.file_bytes) << " (" << f.run.file_bytes
        << " bytes).</p>";
@@ -257,6 +268,7 @@ std::string RenderHtml(const Figures& f) {
   Charts(html, f);
   CategoriesSection(html, f);
   ErrSection(html, f);
+  EndingDocumentsTable(html, f);
   FilesSection(html, f);
   TimesSection(html, f);
   html << "</main></body></html>\n";

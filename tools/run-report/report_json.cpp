@@ -38,6 +38,15 @@ ordered_json Times(const Figures& figures) {
   return times;
 }
 
+// The documents at which a category ended, null when the accounts weren't made.
+ordered_json EndingDocuments(const Figures& figures) {
+  if (!figures.accounts_done) return nullptr;
+  ordered_json documents = ordered_json::array();
+  for (const Figures::EndingDocument& d : figures.ending_documents)
+    documents.push_back({{"patient", d.patient}, {"category", d.category}, {"title", d.title}, {"why", d.why}});
+  return documents;
+}
+
 }  // namespace
 
 ordered_json RenderJson(const Figures& figures) {
@@ -103,6 +112,7 @@ ordered_json RenderJson(const Figures& figures) {
   for (const Figures::ErrReason& reason : figures.err_reasons)
     reasons.push_back({{"reason", reason.reason}, {"category", reason.category}, {"patients", reason.patients}});
   report["err_reasons"] = reasons;
+  report["err_documents"] = EndingDocuments(figures);
 
   ordered_json files = ordered_json::array();
   for (const Figures::File& file : figures.files)
