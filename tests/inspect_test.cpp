@@ -98,6 +98,56 @@ TEST(Inspect, MissingTablesAndColumnsNameTheirCategoriesAndEffects) {
   EXPECT_EQ(ExitStatusOf(archive->user_path()), 4);
 }
 
+// Titles that can't be the name of their file, counted as the conversion
+// meets them: a plain document ends its patient's "Certificati" in ERR (52),
+// a gzip stream is only left unfiled; documents too short to be written and
+// rows of no patient don't count. The conversion of the same source agrees
+// (a name too long for the folder may meet the host's refusal first, 75).
+TEST(Inspect, CountsTheDocumentsWhoseTitleCantBeAFileName) {
+  fixture::TempDir dir;
+  std::vector<sample::Table> schema = sample::DefaultSchema();
+  sample::SetColumnType(schema, "MODULI", "Titolo", "VARCHAR(300)");
+  auto archive = sample::Archive::Create(dir.path().string(), schema);
+  for (const char* card : {"K1", "K2", "K3", "K4"}) archive->Insert("PAZIENTI", fixture::Patient(card, card));
+  const std::string rtf = "{\\rtf1 x}";
+  const auto document = [&](const char* card, const host::Value& content, const std::string& title) {
+    archive->Insert("MODULI", {{"CodCart", card}, {"bindata", content}, {"Titolo", title}});
+  };
+  document("K1", Bytes(rtf), "Diario clinico del 12/03/2019");
+  document("K1", Bytes(rtf), "Esonero 2024/2025");
+  document("K2", host::Value::Bytes(fixture::Gzip(rtf)), "Referto 3/4");
+  document("K2", Bytes(rtf), std::string(251, 'a'));  // 255 bytes with ".rtf": the longest name
+  document("K3", Bytes(rtf), std::string(252, 'b'));
+  document("K4", Bytes("{\\"), "Due/byte");
+  document("K4", Bytes(rtf), "Diario clinico del 12-03-2019");
+  document("GONE", Bytes(rtf), "Senza/paziente");
+  archive->Close();
+
+  const inspect::Inspection inspection = inspect::Inspect(archive->user_path());
+  const json titles = inspect::ToJson(inspection)["unfileable_titles"];
+  EXPECT_EQ(titles["plain_rows"], 3);
+  EXPECT_EQ(titles["patients"], 2);
+  EXPECT_EQ(titles["gzip_rows"], 1);
+  EXPECT_EQ(titles["first"][2]["why"], "is longer than 255 bytes");
+  EXPECT_EQ(titles["categories_not_run"].front(), "Certificati INPS");
+  EXPECT_EQ(titles["categories_not_run"].back(), "Visite Ambulatoriali");
+  EXPECT_EQ(titles["categories_not_run"].size(), 15u);
+
+  const std::string text = inspect::ToText(inspection);
+  EXPECT_THAT(text, ::testing::HasSubstr("3 plain documents of 2 patients: their \"Certificati\" will end in \"ERR\" (52"));
+  EXPECT_THAT(text, ::testing::HasSubstr("Remedy that loses nothing else: put \"Certificati\" last in the options"));
+  EXPECT_THAT(text, ::testing::HasSubstr("K1  \"Esonero 2024/2025\": its file name holds \"/\""));
+  EXPECT_THAT(text, ::testing::HasSubstr("1 gzip stream under such a title: not filed, without ERR."));
+
+  refhost::ConvertOptions options;
+  options.options = "certificati";
+  int ended = 0;
+  for (const std::string& message : fixture::Convert(archive->user_path(), options).Messages())
+    ended += message.find(" - Certificati Errore 52 ") != std::string::npos ||
+             message.find(" - Certificati Errore 75 ") != std::string::npos;
+  EXPECT_EQ(ended, titles["patients"]);
+}
+
 TEST(Inspect, ASourceThatCantBeOpenedExitsWithTwo) {
   fixture::TempDir dir;
   auto archive = sample::Archive::Create(dir.path().string());

@@ -144,6 +144,12 @@ Inspection Inspect(const std::string& conn) {
       rs.Close();
     }
 
+    const auto moduli = schemas.media.find("MODULI");
+    if (moduli != schemas.media.end() && moduli->second.count("CODCART") && moduli->second.count("TITOLO") &&
+        moduli->second.count("BINDATA"))
+      inspection.unfileable_titles = FindUnfileableTitles(
+          source.Of(SourceFile::Media), [&](const std::string& card) { return keys.count(WithoutTrailingBlanks(card)) > 0; });
+
     std::set<std::string> figured;
     for (const Category& category : Categories()) {
       for (const TableUse& use : category.tables) {
@@ -237,6 +243,7 @@ std::string ToText(const Inspection& inspection) {
     }
     out << line;
   }
+  WriteText(out, inspection.unfileable_titles);
   out << "\n" << (inspection.CanRunAll() ? "Every category can run." : "Some categories can't run as they should.")
       << "\n";
   return out.str();
@@ -277,6 +284,7 @@ nlohmann::json ToJson(const Inspection& inspection) {
                              {"orphan_rows", figure(t.orphan_rows)},
                              {"blob_bytes", figure(t.blob_bytes)}});
   }
+  out["unfileable_titles"] = ToJson(inspection.unfileable_titles);
   out["can_run_all"] = inspection.CanRunAll();
   return out;
 }

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/ambulor-inspect/catalogue.h"
+#include "tools/ambulor-inspect/document_titles.h"
 #include "tools/ambulor-inspect/source_databases.h"
 
 namespace inspect {
@@ -65,6 +66,7 @@ struct Inspection {
   std::vector<CategoryState> categories;  // the master record first
   std::vector<TableFigures> tables;
   bool through_private_copy = false;  // the files can't be written: a copy of them was read
+  UnfileableTitles unfileable_titles;  // documents that end "Certificati" in ERR, or aren't filed
   bool CanRunAll() const;
 };
 
