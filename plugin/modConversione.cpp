@@ -68,8 +68,12 @@ std::string DateText(const host::Value& v, const std::string& fallback) {
 }
 
 double NumberOf(const host::Value& v) {
-  std::string digits;
   std::string text = host::TextOf(v);
+  // A number's own text, in the exponent form from 1E+15 up, reads back as
+  // the number that it writes.
+  if (v.type() == host::Type::F64) return std::strtod(text.c_str(), nullptr);
+
+  std::string digits;
   size_t i = 0;
   auto skip_blanks = [&] {
     while (i < text.size() && (text[i] == ' ' || text[i] == '\t' || text[i] == '\n' || text[i] == '\r')) ++i;
@@ -84,23 +88,12 @@ double NumberOf(const host::Value& v) {
   };
   skip_blanks();
   if (i < text.size() && (text[i] == '+' || text[i] == '-')) digits += text[i++];
-  size_t mantissa = take_digits();
+  size_t taken = take_digits();
   if (i < text.size() && text[i] == '.') {
     digits += text[i++];
-    mantissa += take_digits();
+    taken += take_digits();
   }
-  if (mantissa == 0) return 0;
-  if (i < text.size() && (text[i] == 'e' || text[i] == 'E' || text[i] == 'd' || text[i] == 'D')) {
-    std::string mantissa_digits = digits;
-    size_t mark = i++;
-    digits += 'e';
-    skip_blanks();
-    if (i < text.size() && (text[i] == '+' || text[i] == '-')) digits += text[i++];
-    if (take_digits() == 0) {
-      digits = mantissa_digits;
-      i = mark;
-    }
-  }
+  if (taken == 0) return 0;
   double number = std::strtod(digits.c_str(), nullptr);
   if (!std::isfinite(number)) host::failures::Raise(host::failures::kOverflow);
   return number;

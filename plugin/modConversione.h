@@ -70,9 +70,12 @@ std::string DateText(const host::Value& v);
 // otherwise the fallback ("01/01/2012" in most converters). Never empty.
 std::string DateText(const host::Value& v, const std::string& fallback);
 
-// The longest beginning of the value's text that reads as a decimal number
-// (period as separator, blanks passed over, optional sign and exponent); 0
-// when there is none, so "7,5" gives 7 and "abc" gives 0.
+// The longest beginning of the value's text that reads as a decimal number:
+// an optional sign, digits, one period, digits, blanks passed over, and no
+// exponent; 0 when there is none. So "7,5" gives 7, "1 e 1/2" 1, "1e3" 1,
+// "1.5.2" 1.5 and "abc" 0. A value that holds a number gives that number
+// (1e20, whose text is "1E+20", stays 1e20). Raises Overflow (6) for digits
+// beyond a double's range.
 double NumberOf(const host::Value& v);
 
 // The content of a binary column as a value of bytes, sharing binary content

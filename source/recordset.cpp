@@ -200,7 +200,7 @@ void firebird::PreparedQuery::Prepare(Firebird::IAttachment* attachment, Firebir
 
 // Each value as text without character set, its bytes as they are: the
 // database compares them with a column as it compares a literal of the
-// same bytes.
+// same bytes. No value is longer than the parameters' room.
 void firebird::PreparedQuery::BindText(const std::vector<std::string>& values) {
   std::vector<unsigned> lengths;
   lengths.reserve(values.size());
@@ -613,6 +613,15 @@ void Recordset::Open(const std::string& sql, const std::vector<std::string>& par
   Connection::Impl& c = connection.impl();
   for (const std::string& value : parameters)
     if (value.find('\'') != std::string::npos) RaiseForQuote(sql, parameters, c);
+  // A value longer than a parameter holds goes into the query's text as the
+  // literal that it stands for: the database then selects by it, or refuses
+  // a literal that long, and nothing is cut.
+  for (const std::string& value : parameters) {
+    if (value.size() > kLongestValue) {
+      Open(WithLiterals(sql, parameters), connection);
+      return;
+    }
+  }
 
   r.attachment = c.attachment;
   r.attachment->addRef();
@@ -727,7 +736,7 @@ void ReadAhead(Connection& connection, const std::string& key) {
   firebird::ReadAhead& ahead = *c.read_ahead;
   ahead.key = key;
   ahead.rows.clear();
-  if (key.empty() || key.find('\'') != std::string::npos) return;
+  if (key.empty() || key.find('\'') != std::string::npos || key.size() > kLongestValue) return;
   const std::vector<std::string> values{key};
   const unsigned room = RoomFor(values);
   for (const std::string& sql : ahead.queries) {

@@ -282,6 +282,30 @@ TEST(ImagesOrderTest, AFailingStoreLeavesNoTemporaryFileBehind) {
   EXPECT_THAT(c.StrayFiles(), IsEmpty());
 }
 
+// Row numbers of more than 15 digits are keys of their own: two images
+// whose BIGINT Records differ in the last digit are both taken, by the scans
+// and by the recordings alike.
+TEST(ImagesOrderTest, LongRecordsAreKeysOfTheirOwn) {
+  std::vector<sample::Table> schema = sample::DefaultSchema();
+  sample::SetColumnType(schema, "IMAGES", "Record", "BIGINT");
+  auto fill = [](sample::Archive& a) {
+    a.Insert("PAZIENTI", fixture::Patient("Lunghi", "Lunghi"));
+    a.Insert("IMAGES", Image(0, "Lunghi", Value::Bytes(Of("prima")), "prima", "jpg", {{"Record", "20240101123456789"}}));
+    a.Insert("IMAGES",
+             Image(0, "Lunghi", Value::Bytes(Of("seconda")), "seconda", "jpg", {{"Record", "20240101123456790"}}));
+  };
+  Conversion scans("scansioni", fill, {}, schema);
+  EXPECT_EQ(scans.Outcome("Lunghi"), "OK");
+  auto events = scans.Saved("Lunghi", "Eventi");
+  ASSERT_THAT(events, SizeIs(2));
+  EXPECT_EQ(events[0][4], Text("prima"));
+  EXPECT_EQ(events[1][4], Text("seconda"));
+
+  Conversion recordings("registrazioni private", fill, {}, schema);
+  EXPECT_EQ(recordings.Outcome("Lunghi"), "OK");
+  EXPECT_THAT(recordings.Saved("Lunghi", "Appunti"), SizeIs(2));
+}
+
 // Reports by the kind of their exam.
 class ReportsTest : public ::testing::Test {
  protected:

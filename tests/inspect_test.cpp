@@ -63,6 +63,36 @@ TEST(Inspect, FiguresOfASourceWrittenRowByRow) {
   EXPECT_EQ(ExitStatusOf(archive->user_path()), 0);
 }
 
+// Keys are compared as the database compares them, as the conversion's
+// queries do: trailing blanks don't count, and a number column reads a key's
+// text as a number, on the user database and on the media database alike.
+TEST(Inspect, KeysAsTheDatabaseComparesThem) {
+  fixture::TempDir dir;
+  std::vector<sample::Table> schema = sample::DefaultSchema();
+  sample::SetColumnType(schema, "BIOMETRIC", "CodCart", "INTEGER");
+  sample::SetColumnType(schema, "IMAGES", "CodCart", "INTEGER");
+  auto archive = sample::Archive::Create(dir.path().string(), schema);
+  archive->Insert("PAZIENTI", fixture::Patient("A1", "ROSSI"));
+  archive->Insert("PAZIENTI", fixture::Patient("A1 ", "BIANCHI"));
+  archive->Insert("PAZIENTI", fixture::Patient("B2", "VERDI"));
+  archive->Insert("PAZIENTI", fixture::Patient("B2", "NERI"));
+  archive->Insert("PAZIENTI", fixture::Patient("0012", "GIALLI"));
+  archive->Insert("PAZIENTI", fixture::Patient("'Q", "APICE"));
+  archive->Insert("PAZIENTI", fixture::Patient("'Q", "VIRGOLETTA"));
+  for (const char* card : {"12", "12", "13"}) archive->Insert("BIOMETRIC", {{"CodCart", card}});
+  for (const char* card : {"12", "7"}) archive->Insert("IMAGES", {{"CodCart", card}});
+  archive->Close();
+
+  inspect::Inspection inspection = inspect::Inspect(archive->user_path());
+  json report = inspect::ToJson(inspection);
+  EXPECT_EQ(Table(report, "BIOMETRIC")["orphan_rows"], 1);
+  EXPECT_EQ(Table(report, "IMAGES")["orphan_rows"], 1);
+  // A key with a quote fails its patients' queries: they share nothing.
+  EXPECT_EQ(report["shared_keys"], json::parse(R"([{"key": "A1 ", "patients": ["BIANCHI MARIO", "ROSSI MARIO"]},
+                                                    {"key": "B2", "patients": ["NERI MARIO", "VERDI MARIO"]}])"));
+  EXPECT_THAT(inspect::ToText(inspection), ::testing::HasSubstr("  'A1 ': BIANCHI MARIO, ROSSI MARIO\n"));
+}
+
 TEST(Inspect, MissingTablesAndColumnsNameTheirCategoriesAndEffects) {
   fixture::TempDir dir;
   std::vector<sample::Table> schema = sample::DefaultSchema();

@@ -153,6 +153,9 @@ std::vector<sample::Table> Schema() {
   std::vector<sample::Table> schema = sample::DefaultSchema();
   sample::SetColumnType(schema, "TERAPIE", "NumPezzi", "VARCHAR(10)");
   sample::SetColumnType(schema, "ESAMI", "Data", "TIMESTAMP");
+  // Room for quantities as people type them in words, and for long ones.
+  sample::SetColumnType(schema, "RICETTE", "Qta_1", "VARCHAR(20)");
+  sample::SetColumnType(schema, "RICETTE", "Qta_2", "VARCHAR(20)");
   return schema;
 }
 
@@ -178,12 +181,14 @@ class PrescriptionsTest : public ::testing::Test {
                                 {"Row_7", "garze"}, {"Qta_7", " -2.5"},
                                 {"Row_8", "aghi"}, {"Qta_8", "n.d."}});
     archive->Insert("RICETTE", {{"CodCart", "Libere"}, {"Row_1", "."}, {"Qta_1", Value::Null()}});
+    archive->Insert("RICETTE", {{"CodCart", "Libere"}, {"Row_1", "siringhe"}, {"Qta_1", "1 e 1/2"},
+                                {"Row_2", "flaconi"}, {"Qta_2", "2 e 3"}});
     archive->Insert("RICETTE", {{"CodCart", "LibereNull"}, {"DATAEMI", Date{2023, 5, 6}},
                                 {"Row_1", "prima"}, {"Qta_1", "1"},
                                 {"Row_2", "senza quantità"}, {"Qta_2", Value::Null()},
                                 {"Row_3", "mai salvata"}, {"Qta_3", "1"}});
     archive->Insert("RICETTE", {{"CodCart", "LibereNull"}, {"Row_1", "mai letta"}, {"Qta_1", "1"}});
-    archive->Insert("RICETTE", {{"CodCart", "LibereOverflow"}, {"Row_1", "troppe"}, {"Qta_1", "3E10"}});
+    archive->Insert("RICETTE", {{"CodCart", "LibereOverflow"}, {"Row_1", "troppe"}, {"Qta_1", "30000000000"}});
 
     auto terapia = [&](const char* cod, const Value& data, const Value& testo, const Value& classe,
                        const Value& codter, const Value& pezzi, const Value& importo, const Value& esenzione) {
@@ -260,7 +265,7 @@ TEST_F(PrescriptionsTest, OnlyThePlantedRowsFail) {
 
 TEST_F(PrescriptionsTest, FreePrescriptionsLineByLine) {
   auto saved = Of("Libere");
-  ASSERT_EQ(saved.size(), 2u);
+  ASSERT_EQ(saved.size(), 3u);
   // The header's exemption code is trimmed, the items' is not; line 1 of "."
   // and lines of blanks are no lines; 0 and no number give 1, 0.4 gives 0,
   // and halves go to the even neighbour.
@@ -276,6 +281,10 @@ TEST_F(PrescriptionsTest, FreePrescriptionsLineByLine) {
   // A row without date or lines still gives its header.
   EXPECT_EQ(saved[1].header, FreeHeader("LIBERE", "01/01/2012", "", ""));
   EXPECT_TRUE(saved[1].items.empty());
+  // "One and a half" is one: an "e" between numbers is no exponent.
+  EXPECT_EQ(saved[2].items, (std::vector<std::pair<std::string, Members>>{
+                                {"PrescrizioneLibera", FreeItem("SIRINGHE", 1, "")},
+                                {"PrescrizioneLibera", FreeItem("FLACONI", 2, "")}}));
 }
 
 TEST_F(PrescriptionsTest, AFailingLineKeepsWhatWasSavedBeforeIt) {
@@ -363,8 +372,8 @@ TEST_F(PrescriptionsTest, TheFirstRowsOfTodayOpenNothing) {
 }
 
 TEST_F(PrescriptionsTest, TheArchiveLinksItemsToTheirPrescriptionAndCountsThem) {
-  EXPECT_EQ(run_->outcome.records_per_store["Ricette"], 11);
-  EXPECT_EQ(run_->outcome.records_per_store["PrescrizioneLibera"], 7);
+  EXPECT_EQ(run_->outcome.records_per_store["Ricette"], 12);
+  EXPECT_EQ(run_->outcome.records_per_store["PrescrizioneLibera"], 9);
   EXPECT_EQ(run_->outcome.records_per_store["PrescrizioneFarmaci"], 5);
   EXPECT_EQ(run_->outcome.records_per_store["PrescrizioneEsami"], 4);
 
@@ -385,7 +394,7 @@ TEST_F(PrescriptionsTest, TheArchiveLinksItemsToTheirPrescriptionAndCountsThem) 
   }
   sqlite3_finalize(stmt);
   sqlite3_close(db);
-  EXPECT_EQ(rows.size(), 16u);
+  EXPECT_EQ(rows.size(), 18u);
   EXPECT_THAT(rows, ::testing::IsSupersetOf({"20/01/2024|PrescrizioneEsami|URINOCOLTURA DELL''OSPITE|",
                                              "01/02/2024|PrescrizioneEsami||",
                                              "05/03/2024|PrescrizioneFarmaci|GLUCOPHAGE|",

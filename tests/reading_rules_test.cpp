@@ -119,7 +119,13 @@ TEST(NumberOf, LongestNumericBeginning) {
   EXPECT_EQ(cnv::NumberOf(Value("-3.25")), -3.25);
   EXPECT_EQ(cnv::NumberOf(Value("+4")), 4);
   EXPECT_EQ(cnv::NumberOf(Value(".5")), 0.5);
-  EXPECT_EQ(cnv::NumberOf(Value("1e3x")), 1000);
+  // A decimal number has no exponent: "e" (or "d") ends it like any letter.
+  EXPECT_EQ(cnv::NumberOf(Value("1 e 1/2")), 1);
+  EXPECT_EQ(cnv::NumberOf(Value("2 e 3")), 2);
+  EXPECT_EQ(cnv::NumberOf(Value("1e3x")), 1);
+  EXPECT_EQ(cnv::NumberOf(Value("2.5E-1")), 2.5);
+  EXPECT_EQ(cnv::NumberOf(Value("4D2")), 4);
+  EXPECT_EQ(cnv::NumberOf(Value("1.5.2")), 1.5);
   EXPECT_EQ(cnv::NumberOf(Value("2e")), 2);
   EXPECT_EQ(cnv::NumberOf(Value("abc")), 0);
   EXPECT_EQ(cnv::NumberOf(Value("-")), 0);
@@ -127,6 +133,11 @@ TEST(NumberOf, LongestNumericBeginning) {
   EXPECT_EQ(cnv::NumberOf(Value::Null()), 0);
   EXPECT_EQ(cnv::NumberOf(Value(24.75)), 24.75);
   EXPECT_EQ(cnv::NumberOf(Value::I16(80)), 80);
+
+  // Digits beyond a double's range overflow; as many after the period are
+  // just a long fraction.
+  EXPECT_EQ(FailureNumberOf([] { cnv::NumberOf(Value(std::string(400, '9'))); }), host::failures::kOverflow);
+  EXPECT_EQ(cnv::NumberOf(Value("0." + std::string(400, '9'))), 1);
 }
 
 TEST(BytesOf, BinaryTextAndNull) {

@@ -196,6 +196,28 @@ TEST(ReportOfUnfileableTitles, NamesTheDocumentWhoseTitleEndedItsCategory) {
   EXPECT_NE(html.find("<td>NERI MARIO</td><td>Certificati</td><td>Diario clinico del 12/03/2019</td>"), std::string::npos);
 }
 
+// Two patients whose keys the database takes as one ('A1' and 'A1 ') got
+// each other's records; the report names them, and only them.
+TEST(ReportOfSharedKeys, NamesThePatientsWhoseKeysTheDatabaseTakesAsOne) {
+  fixture::TempDir dir;
+  {
+    auto source = sample::Archive::Create(dir.path().string());
+    source->Insert("PAZIENTI", fixture::Patient("A1", "Rossi"));
+    source->Insert("PAZIENTI", fixture::Patient("A1 ", "Bianchi", {{"nome", "Anna"}}));
+    source->Insert("PAZIENTI", fixture::Patient("C3", "Verdi"));
+    source->Insert("BIOMETRIC", {{"CodCart", "A1"}, {"PADIST", 80.0}, {"PASIST", 120.0}});
+    source->Close();
+  }
+  refhost::ConvertOptions options;
+  options.options = "Pressione Arteriosa";
+  const fixture::Run run = fixture::Convert(dir.path() / "GX_USER.FDB", options);
+  const runreport::RunRecord record = runreport::ReadRun(run.archive);
+  const runreport::Figures figures = runreport::MakeFigures(run.archive, record, runreport::Reconcile(record));
+  const json report = json::parse(runreport::RenderJson(figures).dump());
+  EXPECT_EQ(report["shared_keys"], json::parse(R"([{"key": "A1 ", "patients": ["BIANCHI ANNA", "ROSSI MARIO"]}])"));
+  EXPECT_NE(runreport::RenderHtml(figures).find("Patients who share a key (1)"), std::string::npos);
+}
+
 TEST(ReportRendering, MarksUnexplainedRecordsAndShowsTheAccounts) {
   runreport::RunRecord run;
   run.options = "Diagnosi";

@@ -61,6 +61,33 @@ TEST(SourceKeys, NumericCardCodesFindTheirRows) {
   EXPECT_EQ(SetValue(run, "Paziente#2", "cognome"), Text("BETA"));
 }
 
+// A key longer than any parameter holds reaches the database whole, as a
+// literal that the database refuses: the patient ends in ERR instead of
+// taking the shorter key of another, whose records stay his own.
+TEST(SourceKeys, KeysLongerThanAParameterStayWhole) {
+  fixture::TempDir dir;
+  std::vector<sample::Table> schema = sample::DefaultSchema();
+  sample::SetColumnType(schema, "PAZIENTI", "Cod_Cart", "BLOB SUB_TYPE 1");
+  auto archive = sample::Archive::Create(dir.path().string(), schema);
+  archive->Insert("PAZIENTI", fixture::Patient("A", "Rossi", {{"CodFisc", "RSSMRA50C07H501X"}}));
+  archive->Insert("BIOMETRIC", {{"CodCart", "A"}, {"PADIST", "80"}, {"PASIST", "120"}});
+  archive->Insert("PAZIENTI", fixture::Patient("A" + std::string(65536, 'B'), "Lungo"));
+  archive->Close();
+
+  fixture::Run run = ConvertBloodPressure(dir);
+  ASSERT_TRUE(run.outcome.result);
+  // The query fails as the key written into its text fails, before any
+  // member is set.
+  EXPECT_THAT(run.Messages(), ::testing::Contains(HasSubstr(
+                                  "- Anagrafica Errore 335544569 Dynamic SQL Error; SQL error code = -104; String "
+                                  "literal with 65537 bytes exceeds the maximum length of 65535 bytes")));
+  EXPECT_EQ(SetValue(run, "Paziente#1", "cognome"), nullptr);
+  EXPECT_EQ(run.outcome.patients_err, 1);
+  std::vector<std::string> holders;
+  for (const auto& call : run.Calls("Pressione", "Salva")) holders.push_back(call["obj"]);
+  EXPECT_THAT(holders, ElementsAre("Paziente#2.Pressione"));
+}
+
 TEST(SourceKeys, AccentedKeysInTheSourcesOwnBytes) {
   fixture::TempDir dir;
   auto archive = sample::Archive::Create(dir.path().string());

@@ -91,7 +91,8 @@ TEST_F(Statements, ParametersSelectTheRowsThatLiteralsSelect) {
     std::vector<std::string> probes = {"abc  ", "Abc", "abcdefghijklmnopqrstuvwxyz", "", "42.0", "1e5", "K"};
     if (std::string_view(column) != "KNUM" && std::string_view(column) != "KINT")
       probes.insert(probes.end(), {"abc" + std::string(61, ' '), "abc" + std::string(62, ' '), std::string(64, 'x'),
-                                   std::string(65, 'x'), std::string(300, 'a')});
+                                   std::string(65, 'x'), std::string(300, 'a'), std::string(40000, 'x'),
+                                   "abc" + std::string(40000, ' '), std::string(65537, 'x')});
     {
       source::Recordset rs;
       for (rs.Open(std::string("SELECT ") + column + " FROM K", connection_); !rs.Eof(); rs.MoveNext())

@@ -36,7 +36,7 @@ void clsAmbulor::AllegaMediaEsame(host::Value& paziente, const std::string& cod_
       const std::string file = nome + "." + TextOf(rs.Field("Settings"));
       percorso = cartella.PathOf(file);
       if (filing::File(cartella, paziente, id, nome, file, bytes)) {
-        immagini_usate_->Add("I" + TextOf(rs.Field("Record")));
+        immagini_usate_->Add("I" + rs.QueryText("Record"));
         SegnaMediaUsato(TextOf(rs.Field("MediaCode")));
       }
     }

@@ -36,7 +36,7 @@ bool clsAmbulor::ConvertiRegistrazioniPrivate(const std::string& cod_cart, host:
         host::Call(host::Get(paziente, "Appunti"), "Salva",
                    {"", data, host::Value::Bool(true), host::Value::Bool(false), TextOf(rs.Field("Titolo")),
                     TextOf(rs.Field("Titolo")), TextOf(id)});
-        immagini_usate_->Add("I" + TextOf(rs.Field("Record")));
+        immagini_usate_->Add("I" + rs.QueryText("Record"));
       }
     }
     rs.Close();

@@ -34,7 +34,7 @@ bool clsAmbulor::ConvertiScansioni(const std::string& cod_cart, host::Value& paz
     rs.Open("SELECT * from IMAGES where CodCart = (?)", {cod_cart}, conn_media_);
     for (; !rs.Eof(); rs.MoveNext()) {
       bool usata = false;
-      PassaOltre([&] { usata = immagini_usate_->Contains("I" + TextOf(rs.Field("Record"))); });
+      PassaOltre([&] { usata = immagini_usate_->Contains("I" + rs.QueryText("Record")); });
       if (usata) continue;
 
       std::string data = "01/01/2012";
@@ -72,7 +72,7 @@ bool clsAmbulor::ConvertiScansioni(const std::string& cod_cart, host::Value& paz
           host::Call(host::Get(paziente, "Eventi"), "Salva",
                      {"", data, "", "", TextOf(rs.Field("Titolo")), "", "", TextOf(id)});
         });
-        PassaOltre([&] { immagini_usate_->Add("I" + TextOf(rs.Field("Record"))); });
+        PassaOltre([&] { immagini_usate_->Add("I" + rs.QueryText("Record")); });
       }
     }
     rs.Close();

@@ -127,21 +127,23 @@ Inspection Inspect(const std::string& conn) {
       inspection.categories.push_back(std::move(state));
     }
 
-    // The patients' keys, as stored, for the rows of other tables to be
-    // matched against.
-    std::set<std::string> keys;
+    // The patients' keys, for the rows of other tables to be matched
+    // against, and the keys that several patients share.
+    std::vector<std::string> keys;
     if (schemas.user.count("PAZIENTI") && schemas.user["PAZIENTI"].count("COD_CART")) {
       source::Recordset rs;
       rs.Open("SELECT Cod_Cart FROM PAZIENTI", source.Of(SourceFile::User));
       for (; !rs.Eof(); rs.MoveNext()) {
         ++inspection.patients;
-        std::string key = WithoutTrailingBlanks(rs.QueryText("Cod_Cart"));
-        if (key.empty())
-          ++inspection.patients_without_key;
-        else
-          keys.insert(key);
+        if (WithoutTrailingBlanks(rs.QueryText("Cod_Cart")).empty()) ++inspection.patients_without_key;
       }
       rs.Close();
+      keys = PatientKeys(source.Of(SourceFile::User));
+      try {
+        inspection.shared_keys = SharedKeys(source.Of(SourceFile::User));
+      } catch (const host::Failure& failure) {
+        inspection.shared_keys_unknown = std::to_string(failure.number()) + " " + failure.description();
+      }
     }
 
     const auto moduli = schemas.media.find("MODULI");
@@ -160,15 +162,7 @@ Inspection Inspect(const std::string& conn) {
         if (figures.present) {
           source::Connection& connection = source.Of(use.file);
           figures.rows = Count(connection, "SELECT COUNT(*) AS N FROM " + use.table);
-          if (table->second.count("CODCART")) {
-            figures.orphan_rows = 0;
-            source::Recordset rs;
-            rs.Open("SELECT CodCart AS K, COUNT(*) AS N FROM " + use.table + " GROUP BY CodCart", connection);
-            for (; !rs.Eof(); rs.MoveNext())
-              if (!keys.count(WithoutTrailingBlanks(rs.QueryText("K"))))
-                figures.orphan_rows += static_cast<int64_t>(std::stod(host::TextOf(rs.Field("N"))));
-            rs.Close();
-          }
+          if (table->second.count("CODCART")) figures.orphan_rows = RowsOfNoPatient(connection, use.table, keys);
           if (table->second.count("BINDATA"))
             figures.blob_bytes = Count(connection, "SELECT SUM(OCTET_LENGTH(bindata)) AS N FROM " + use.table);
         }
@@ -194,6 +188,27 @@ Inspection Inspect(const std::string& conn) {
   return inspection;
 }
 
+namespace {
+
+// The keys that several patients share, each with its patients, and what
+// the run does with them; nothing when there are none.
+std::string SharedKeysText(const Inspection& inspection) {
+  std::ostringstream out;
+  if (!inspection.shared_keys_unknown.empty())
+    out << "\nShared keys: PAZIENTI can't be grouped by Cod_Cart (" << inspection.shared_keys_unknown << ")";
+  if (inspection.shared_keys.empty()) return out.str();
+  out << "\nShared keys: " << inspection.shared_keys.size()
+      << " Cod_Cart that the database takes as one for several patients; the conversion gives each of them the "
+         "master record and the records of all:";
+  for (const SharedKey& shared : inspection.shared_keys) {
+    out << "\n  '" << shared.key << "': ";
+    for (size_t i = 0; i < shared.patients.size(); ++i) out << (i ? ", " : "") << shared.patients[i];
+  }
+  return out.str();
+}
+
+}  // namespace
+
 std::string ToText(const Inspection& inspection) {
   std::ostringstream out;
   out << "Databases\n";
@@ -207,6 +222,7 @@ std::string ToText(const Inspection& inspection) {
     out << "  (the files can't be written: they were read through a private copy, as the conversion will)\n";
   out << "\nPatients: " << inspection.patients;
   if (inspection.patients_without_key) out << " (" << inspection.patients_without_key << " without Cod_Cart, never converted)";
+  out << SharedKeysText(inspection);
   out << "\nDoctors: ";
   if (!inspection.doctors_table_usable)
     out << "STUDIO or its cognome/nome missing: the host gets no doctors";
@@ -261,6 +277,11 @@ nlohmann::json ToJson(const Inspection& inspection) {
   out["through_private_copy"] = inspection.through_private_copy;
   out["patients"] = inspection.patients;
   out["patients_without_key"] = inspection.patients_without_key;
+  out["shared_keys"] = json::array();
+  for (const SharedKey& shared : inspection.shared_keys)
+    out["shared_keys"].push_back({{"key", shared.key}, {"patients", shared.patients}});
+  out["shared_keys_unknown"] =
+      inspection.shared_keys_unknown.empty() ? json() : json(inspection.shared_keys_unknown);
   out["doctors"] = inspection.doctors;
   out["doctors_table_usable"] = inspection.doctors_table_usable;
   for (const CategoryState& category : inspection.categories) {

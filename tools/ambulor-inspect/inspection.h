@@ -13,6 +13,7 @@
 
 #include "tools/ambulor-inspect/catalogue.h"
 #include "tools/ambulor-inspect/document_titles.h"
+#include "tools/ambulor-inspect/key_matching.h"
 #include "tools/ambulor-inspect/source_databases.h"
 
 namespace inspect {
@@ -53,7 +54,7 @@ struct TableFigures {
   SourceFile file;
   bool present = false;
   int64_t rows = -1;
-  int64_t orphan_rows = -1;  // rows whose CodCart matches no patient
+  int64_t orphan_rows = -1;  // rows that no patient's query selects
   int64_t blob_bytes = -1;   // bytes of bindata, over all rows
 };
 
@@ -61,6 +62,8 @@ struct Inspection {
   std::vector<DatabaseState> databases;
   int64_t patients = 0;          // rows of PAZIENTI
   int64_t patients_without_key = 0;  // of them, those with a Null or blank Cod_Cart, which no run converts
+  std::vector<SharedKey> shared_keys;  // keys of PAZIENTI that several patients share
+  std::string shared_keys_unknown;     // why they couldn't be found, when they couldn't
   std::vector<std::string> doctors;  // of STUDIO, "surname name"; empty when the table or a column is missing
   bool doctors_table_usable = false;
   std::vector<CategoryState> categories;  // the master record first

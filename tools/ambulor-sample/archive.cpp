@@ -308,7 +308,8 @@ std::unique_ptr<Archive> Archive::Create(const std::string& dir, const std::vect
     DatabaseWriter& writer = archive->writer(schema[t].database);
     writer.Execute(CreateTableSql(schema[t]));
     for (size_t c = 0; c < schema[t].columns.size(); ++c) {
-      if (!IsLookupColumn(schema[t].columns[c].name)) continue;
+      // A BLOB can't be indexed: a key of that type is looked up without one.
+      if (!IsLookupColumn(schema[t].columns[c].name) || schema[t].columns[c].type.starts_with("BLOB")) continue;
       writer.Execute("CREATE INDEX IX_" + std::to_string(t) + "_" + std::to_string(c) + " ON " + schema[t].name + " (" +
                      schema[t].columns[c].name + ")");
     }

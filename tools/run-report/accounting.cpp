@@ -4,9 +4,11 @@
 #include <map>
 #include <memory>
 
+#include "host/failure.h"
 #include "host/text.h"
 #include "plugin/modConversione.h"
 #include "tools/ambulor-inspect/catalogue.h"
+#include "tools/ambulor-inspect/key_matching.h"
 #include "tools/kairon-convert/catalogues.h"
 #include "tools/run-report/alignment.h"
 #include "tools/run-report/category_rules.h"
@@ -197,6 +199,27 @@ void NoteEndingDocument(size_t line_index, const std::vector<std::string>& steps
       documents.push_back({line_index, steps[step], verdicts[step].ended_at->title, verdicts[step].ended_at->why});
 }
 
+// The keys of the source that several patients share, each with the lines
+// of the run's patients who hold it; none when PAZIENTI can't be grouped by
+// its key.
+std::vector<SharedKeyLines> SharedKeysOfRun(source::Connection& user, const std::vector<const DriverRow*>& lines) {
+  std::vector<inspect::SharedKey> shared;
+  try {
+    shared = inspect::SharedKeys(user);
+  } catch (const host::Failure&) {
+    return {};
+  }
+  std::vector<SharedKeyLines> of_run;
+  for (const inspect::SharedKey& key : shared) {
+    SharedKeyLines marked{key.key, {}};
+    for (size_t line = 0; line < lines.size(); ++line)
+      if (std::find(key.keys.begin(), key.keys.end(), lines[line]->key) != key.keys.end())
+        marked.patient_lines.push_back(line);
+    if (!marked.patient_lines.empty()) of_run.push_back(std::move(marked));
+  }
+  return of_run;
+}
+
 }  // namespace
 
 Reconciliation Reconcile(const RunRecord& run) { return Reconcile(run, HostArchiveFiles{}); }
@@ -272,6 +295,8 @@ Reconciliation Reconcile(const RunRecord& run, const HostArchiveFiles& files) {
   }
   std::vector<CategoryAccount*> step_accounts;
   for (const std::string& keyword : steps) step_accounts.push_back(&accounts.categories[account_of[keyword]]);
+
+  accounts.shared_keys = SharedKeysOfRun(databases->Of(inspect::SourceFile::User), *aligned);
 
   rules::Context context{tables, {&farmaci, &esenzioni}, RunDay(run.started)};
   for (size_t index = 0; index < run.patient_lines.size(); ++index) {

@@ -72,12 +72,20 @@ struct EndingDocument {
   std::string why;          // "its file name \"a/b.rtf\" holds \"/\", which can't be written (52)"
 };
 
+// Patients of the run whose key the source's database takes as another's too:
+// each got the master record and the records of all of them.
+struct SharedKeyLines {
+  std::string key;
+  std::vector<size_t> patient_lines;  // indexes into RunRecord::patient_lines
+};
+
 struct Reconciliation {
   bool done = false;
   std::string why_not;  // when not done, in words: the source's opening cause, or why the log doesn't match it
   std::vector<CategoryAccount> categories;  // the master record, then each category of the run once, in option order
   std::vector<UndecodedStream> undecoded;
   std::vector<EndingDocument> ending_documents;
+  std::vector<SharedKeyLines> shared_keys;
   int64_t unexplained = 0;  // over all categories
 };
 

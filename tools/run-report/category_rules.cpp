@@ -128,7 +128,9 @@ bool File(const StoredFile& file, const std::string& title, const std::string& f
   return true;
 }
 
-std::string ImageKey(const SourceRow& row) { return "I" + TextOf(row.Field("Record")); }
+// The key of an image in ImmaginiUsate: all the digits of Record, as the
+// converters take it.
+std::string ImageKey(const SourceRow& row) { return "I" + row.QueryText("Record"); }
 
 // Orders as "order by Data" does: Null first, then dates, or texts as texts.
 bool EarlierData(const SourceRow* a, const SourceRow* b) {

@@ -270,6 +270,12 @@ Figures MakeFigures(const std::string& archive, const RunRecord& run, const Reco
                                      : "",
                                  NameOf(stream.keyword), stream.title, stream.why});
   AddEndingDocuments(run, accounts, figures);
+  for (const SharedKeyLines& shared : accounts.shared_keys) {
+    Figures::SharedKey key{shared.key, {}};
+    for (size_t line : shared.patient_lines)
+      if (line < run.patient_lines.size()) key.patients.push_back(PatientName(run.patient_lines[line]));
+    figures.shared_keys.push_back(std::move(key));
+  }
   return figures;
 }
 

@@ -88,6 +88,11 @@ struct Figures {
     std::string patient, category, title, why;
   };
 
+  struct SharedKey {
+    std::string key;
+    std::vector<std::string> patients;  // those of the run
+  };
+
   std::string archive;
   RunRecord run;  // the parameters and result, and the driver's lines
   std::optional<LiveRun> live;
@@ -101,6 +106,7 @@ struct Figures {
   std::vector<File> files;
   std::vector<Undecoded> undecoded;
   std::vector<EndingDocument> ending_documents;
+  std::vector<SharedKey> shared_keys;  // keys that the source's database takes as one for several patients
   std::optional<double> archive_seconds;  // from the runs row's started and ended
 
   // "every record accounted for", "3 records unexplained", or why the accounts weren't made.

@@ -200,6 +200,18 @@ void EndingDocumentsTable(std::ostringstream& html, const Figures& f) {
   html << "</table>";
 }
 
+// Patients whose key another patient shares, whatever their line says.
+void SharedKeysSection(std::ostringstream& html, const Figures& f) {
+  if (f.shared_keys.empty()) return;
+  html << "<h2>Patients who share a key (" << f.shared_keys.size()
+       << ")</h2><p>The source's database takes each of these keys as one: the conversion gave each of these "
+          "patients the master record and the records of all of them.</p>"
+       << "<table><tr><th>Cod_Cart</th><th>Who</th></tr>";
+  for (const Figures::SharedKey& shared : f.shared_keys)
+    html << "<tr><td>'" << E(shared.key) << "'</td><td>" << Names(shared.patients) << "</td></tr>";
+  html << "</table>";
+}
+
 void FilesSection(std::ostringstream& html, const Figures& f) {
   html << "<h2>Files</h2><p>" << f.run.files << " files stored, " << Bytes(f.run.file_bytes) << " (" << f.run.file_bytes
        << " bytes).</p>";
@@ -269,6 +281,7 @@ std::string RenderHtml(const Figures& f) {
   CategoriesSection(html, f);
   ErrSection(html, f);
   EndingDocumentsTable(html, f);
+  SharedKeysSection(html, f);
   FilesSection(html, f);
   TimesSection(html, f);
   html << "</main></body></html>\n";

@@ -114,6 +114,11 @@ ordered_json RenderJson(const Figures& figures) {
   report["err_reasons"] = reasons;
   report["err_documents"] = EndingDocuments(figures);
 
+  ordered_json shared_keys = ordered_json::array();
+  for (const Figures::SharedKey& shared : figures.shared_keys)
+    shared_keys.push_back({{"key", shared.key}, {"patients", shared.patients}});
+  report["shared_keys"] = figures.accounts_done ? shared_keys : ordered_json(nullptr);
+
   ordered_json files = ordered_json::array();
   for (const Figures::File& file : figures.files)
     files.push_back({{"patient", file.patient},
