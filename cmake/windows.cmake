@@ -41,3 +41,8 @@ add_library(cnvkairon_portable OBJECT
   ${windows_converter_sources})
 target_include_directories(cnvkairon_portable PUBLIC ${CMAKE_SOURCE_DIR})
 target_link_libraries(cnvkairon_portable PUBLIC kairon_firebird_headers ZLIB::ZLIB)
+
+include(CTest)
+if(BUILD_TESTING)
+  add_subdirectory(tests/windows)
+endif()
