@@ -121,13 +121,15 @@ int TestCommand(const host::ObjectRef& conversione, const std::string& conn, boo
   return outcome.opening_cause.empty() ? kSuccess : kPluginFailed;
 }
 
-// The patients of the source, which the progress is measured against;
-// nullopt when the source can't be read here (the run tells why).
+// The patients of the source that a run without surname bounds takes (the
+// rows of PAZIENTI with a card), for the progress; nullopt when the source
+// can't be read here (the run tells why).
 std::optional<int64_t> SourcePatients(const std::string& conn) {
   try {
     inspect::SourceDatabases databases(conn.substr(0, conn.find(';')));
     source::Recordset patients;
-    patients.Open("SELECT COUNT(*) AS N FROM PAZIENTI", databases.Of(inspect::SourceFile::User));
+    patients.Open("SELECT COUNT(*) AS N FROM PAZIENTI WHERE COALESCE(CAST(Cod_Cart AS VARCHAR(64)), '') <> ''",
+                  databases.Of(inspect::SourceFile::User));
     const std::string count = host::TextOf(patients.Field("N"));
     patients.Close();
     return std::stoll(count);
