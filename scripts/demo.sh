@@ -22,8 +22,21 @@ build/bin/kairon-convert test sample/GX_USER.FDB
 
 echo
 echo "== Conversion of every category =="
+# The sample holds, among its first patients, some whose conversion fails on
+# purpose (sample::PlantedFailures in tools/ambulor-sample/sample.h lists
+# them with their causes): the run ends true with them in ERR, which is exit
+# status 5. Anything else is a fault.
+echo "The sample plants patients whose conversion fails on purpose: expect them in ERR and exit status 5."
+status=0
 build/bin/kairon-convert convert sample/GX_USER.FDB --archive sample/kairon.sqlite --overwrite \
-  --trace sample/trace.jsonl --report sample/report.html --report sample/report.json
+  --trace sample/trace.jsonl --report sample/report.html --report sample/report.json || status=$?
+expected=5
+[ "$patients" -ge 3 ] || expected=0
+if [ "$status" -ne "$expected" ]; then
+  echo "demo: kairon-convert convert ended with exit status $status, where $expected was expected" >&2
+  exit 1
+fi
+echo "Exit status $status, as expected: the planted failures are in ERR (the report lists them)."
 
 echo
 echo "== Report =="

@@ -552,8 +552,89 @@ TEST_F(ReferenceHostTest, AFailureRaisedByThePluginIsReported) {
   refhost::ConvertOutcome outcome = Run([](const host::Value&) { return true; });
   ASSERT_TRUE(outcome.raised);
   EXPECT_EQ(outcome.raised->number, 5);
+  EXPECT_TRUE(outcome.removed_empty);
+
+  conversione_->test_raises.reset();
+  refhost::ConvertOutcome later = Run([](const host::Value& iface) {
+    NewPatient(iface, "ROSSI");
+    throw host::Failure(5, "Chiamata di routine o argomento non validi");
+    return true;
+  });
+  ASSERT_TRUE(later.raised);
   EXPECT_EQ(Rows("SELECT result, last_error FROM runs"),
             (std::vector<std::vector<std::string>>{{"0", "5 Chiamata di routine o argomento non validi"}}));
+}
+
+// A stop counts only when it came before the source's last row: the stop
+// answered at 100% left nothing undone. A run that never reached a patient
+// (Test false, or Converti false at once) leaves no archive, and what an
+// --overwrite run would have replaced stays.
+TEST_F(ReferenceHostTest, StopsBeforeTheEndAndRunsWithoutPatientsAreTold) {
+  auto progress = [](int percent) {
+    return [percent](const host::Value& iface) {
+      NewPatient(iface, "ROSSI");
+      host::Value at = host::Value::I32(percent), stop = host::Value::Bool(false);
+      host::Call(iface, "UpdateProgress", {host::Arg::Ref(at), host::Arg::Ref(stop)});
+      return true;
+    };
+  };
+  options_.stop_at_patient = 1;
+  refhost::ConvertOutcome midway = Run(progress(50));
+  EXPECT_TRUE(midway.stopped);
+  EXPECT_EQ(midway.patients_taken, 1);
+  options_.overwrite = true;
+  EXPECT_FALSE(Run(progress(100)).stopped);
+
+  const auto earlier = std::filesystem::file_size(options_.archive);
+  const std::string earlier_runs = Rows("SELECT started FROM runs").front().front();
+  refhost::ConvertOutcome failed = Run([](const host::Value&) { return false; });
+  EXPECT_TRUE(failed.removed_empty);
+  EXPECT_FALSE(failed.archived);
+  EXPECT_EQ(std::filesystem::file_size(options_.archive), earlier);
+  EXPECT_EQ(Rows("SELECT started FROM runs").front().front(), earlier_runs);
+
+  std::filesystem::remove(options_.archive);
+  std::filesystem::remove(options_.trace);
+  options_.overwrite = false;
+  EXPECT_TRUE(Run([](const host::Value&) { return false; }).removed_empty);
+  EXPECT_FALSE(std::filesystem::exists(options_.archive));
+  EXPECT_FALSE(std::filesystem::exists(options_.trace));
+  // A run that took patients keeps its archive, however it ended.
+  refhost::ConvertOutcome refused = Run([](const host::Value& iface) {
+    host::Call(iface, "AddMsg", {"NESSUNO..."});
+    host::Call(iface, "DaiPaziente", {"NESSUNO", "", "", "", ""});
+    host::Call(iface, "ChangeMsg", {"ERR"});
+    return false;
+  });
+  EXPECT_FALSE(refused.removed_empty);
+  EXPECT_EQ(refused.patients_refused, 1);
+  EXPECT_EQ(refused.patients_err, 1);
+  EXPECT_TRUE(std::filesystem::exists(options_.archive));
+}
+
+// --categories takes the list as ListaOpzioni prints it, or as people type
+// it, and refuses a name it doesn't know with the nearest ones.
+TEST(ReferenceHostHelpers, CategoriesAreTakenAsPeopleWriteThem) {
+  const std::string lista = "Allergie; Certificati; Certificati INPS; Prescrizioni Libere; Prestazioni; Referti";
+  EXPECT_EQ(refhost::CategoryOptions(lista, lista), "Allergie;Certificati;Certificati INPS;Prescrizioni Libere;"
+                                                    "Prestazioni;Referti");
+  EXPECT_EQ(refhost::CategoryOptions("  prestazioni ,REFERTI;; allergie,", lista), "Prestazioni;Referti;Allergie");
+  EXPECT_EQ(refhost::CategoryOptions("certificati inps", lista), "Certificati INPS");
+  try {
+    refhost::CategoryOptions("Allergie, prestazoni", lista);
+    ADD_FAILURE() << "an unknown name was taken";
+  } catch (const std::runtime_error& e) {
+    EXPECT_NE(std::string(e.what()).find("\"prestazoni\" is no category; the closest is \"Prestazioni\""),
+              std::string::npos)
+        << e.what();
+  }
+  try {
+    refhost::CategoryOptions("certificato", lista);
+    ADD_FAILURE() << "an unknown name was taken";
+  } catch (const std::runtime_error& e) {
+    EXPECT_NE(std::string(e.what()).find("\"Certificati\""), std::string::npos) << e.what();
+  }
+  EXPECT_THROW(refhost::CategoryOptions(" ; ", lista), std::runtime_error);
 }
 
 TEST(ReferenceHostHelpers, ClassIdentitiesAndOptionLists) {
@@ -628,7 +709,7 @@ TEST(KaironConvertCommand, ConvertsWithASimulatedHostFailure) {
                               (dir / "trace.jsonl") + " --options Appunti --plugin " + KAIRON_PLUGIN_PATH;
 
   CommandResult run = RunCommand(convert + " --fail ImportaAnagrafica@1");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.status, 5);  // the patient ends in ERR
   EXPECT_NE(run.out.find("Patients OK / ERR"), std::string::npos);
   std::ifstream trace(dir / "trace.jsonl");
   bool failed = false;

@@ -109,6 +109,26 @@ class Statement {
   int index_ = 0;
 };
 
+// A URI for SQLite that names the file at path, whatever its characters.
+std::string FileUri(const std::string& path) {
+  std::string uri = "file:";
+  for (unsigned char c : path) {
+    if (c == '%' || c == '?' || c == '#' || c < 0x20) {
+      char escaped[4];
+      std::snprintf(escaped, sizeof escaped, "%%%02X", c);
+      uri += escaped;
+    } else {
+      uri += static_cast<char>(c);
+    }
+  }
+  return uri;
+}
+
+std::string ColumnText(sqlite3_stmt* stmt, int column) {
+  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, column));
+  return text != nullptr ? text : "";
+}
+
 }  // namespace
 
 std::unique_ptr<Archive> Archive::Open(const std::string& path) {
@@ -149,16 +169,7 @@ std::string Archive::NotOurArchive(const std::string& path) {
   in.seekg(18);
   in.read(reinterpret_cast<char*>(versions), 2);
   const bool wal = in && versions[0] == 2 && versions[1] == 2;
-  std::string uri = "file:";
-  for (unsigned char c : path) {
-    if (c == '%' || c == '?' || c == '#' || c < 0x20) {
-      char escaped[4];
-      std::snprintf(escaped, sizeof escaped, "%%%02X", c);
-      uri += escaped;
-    } else {
-      uri += static_cast<char>(c);
-    }
-  }
+  std::string uri = FileUri(path);
   if (wal) uri += "?immutable=1";
   sqlite3* db = nullptr;
   if (sqlite3_open_v2(uri.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr) != SQLITE_OK) {
@@ -413,6 +424,31 @@ void Archive::CloseLocked() {
   sqlite3_close(db_);
   db_ = nullptr;
   if (!failure.empty()) throw WriteError(failure);
+}
+
+std::string Archive::RunThatMadeIt(const std::string& path) {
+  // Read as an immutable file: nothing is written beside it, and a run that
+  // was killed before its log was taken in still shows its start.
+  sqlite3* db = nullptr;
+  std::string said;
+  if (sqlite3_open_v2((FileUri(path) + "?immutable=1").c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI,
+                      nullptr) == SQLITE_OK) {
+    sqlite3_stmt* stmt = nullptr;
+    if (sqlite3_prepare_v2(db,
+                           "SELECT started, ended, conn, (SELECT count(*) FROM patients) FROM runs "
+                           "ORDER BY id DESC LIMIT 1",
+                           -1, &stmt, nullptr) == SQLITE_OK &&
+        sqlite3_step(stmt) == SQLITE_ROW) {
+      const std::string ended = ColumnText(stmt, 1);
+      const int64_t patients = sqlite3_column_int64(stmt, 3);
+      said = "made by the run of " + ColumnText(stmt, 2) + " started " + ColumnText(stmt, 0) +
+             (ended.empty() ? ", which never ended" : " and ended " + ended) + ", with " + std::to_string(patients) +
+             (patients == 1 ? " patient" : " patients");
+    }
+    sqlite3_finalize(stmt);
+  }
+  sqlite3_close(db);
+  return said;
 }
 
 }  // namespace refhost

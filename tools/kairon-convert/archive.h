@@ -41,6 +41,10 @@ class Archive {
   // Empty when the file at path is an archive that Open made (the same
   // tables with the same columns); otherwise why not, in words. Reads only.
   static std::string NotOurArchive(const std::string& path);
+  // Which run filled the archive at path, for a person: "made by the run of
+  // CONN started ... and ended ..., with N patients"; empty when it can't be
+  // read. Reads only.
+  static std::string RunThatMadeIt(const std::string& path);
   ~Archive();
   Archive(const Archive&) = delete;
   Archive& operator=(const Archive&) = delete;

@@ -168,6 +168,7 @@ SessionSetup ReadSetup(const ConvertOptions& options) {
   setup.to = options.to;
   setup.utente = Utente(options.utente);
   setup.progress = options.progress;
+  setup.progress_lines = options.progress_lines;
   return setup;
 }
 
@@ -214,8 +215,12 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
   std::string option_list;
   try {
     const std::string lista_opzioni = host::TextOf(conversione->Get("ListaOpzioni"));
-    option_list = options.options ? *options.options : DefaultOptions(lista_opzioni);
-    if (std::string unmatched = UnmatchedOptions(option_list, lista_opzioni); !unmatched.empty()) warn(unmatched);
+    if (options.categories) {
+      option_list = CategoryOptions(*options.categories, lista_opzioni);
+    } else {
+      option_list = options.options ? *options.options : DefaultOptions(lista_opzioni);
+      if (std::string unmatched = UnmatchedOptions(option_list, lista_opzioni); !unmatched.empty()) warn(unmatched);
+    }
   } catch (const host::Failure& failure) {
     outcome.raised = Raised(failure);
     return outcome;
@@ -271,6 +276,9 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
       });
     }
     if (test.result) {
+      if (options.count_source_patients)
+        if (std::optional<int64_t> patients = options.count_source_patients(options.conn))
+          session->SourcePatientsKnown(*patients);
       std::vector<std::string> doctors = SplitDoctors(test.lista_medici);
       std::string medico = options.medico ? *options.medico : doctors.empty() ? "" : doctors.front();
       host::Value interface = MakeInterface(session);
@@ -289,8 +297,17 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
       outcome.raised ? std::to_string(outcome.raised->number) + " " + outcome.raised->description : outcome.last_error;
   session->Record([&] { session->archive().EndRun(run, LocalTime(), outcome.result, last_error); });
   session->Record([&] { session->archive().Close(); });
-  session->Record([&] { outputs->PutInPlace(); });
-  if (std::filesystem::exists(options.archive + "-wal"))
+  // An archive of a run that never reached a patient would only bar the
+  // corrected command: it goes, with its trace.
+  const bool failed = !outcome.test_result || outcome.raised || !outcome.result;
+  outcome.removed_empty = failed && session->counts().patients_taken == 0 && session->write_failure().empty();
+  if (outcome.removed_empty) {
+    outputs->Discard();
+    outcome.archived = false;
+  } else {
+    session->Record([&] { outputs->PutInPlace(); });
+  }
+  if (!outcome.removed_empty && std::filesystem::exists(options.archive + "-wal"))
     warn(options.archive + "-wal lies beside the archive and holds patients that the archive needs: keep the two "
          "together (SQLite takes the log in when the archive is next opened with room on the disk)");
   ClearStopRequest();
@@ -299,11 +316,13 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
   const SessionCounts& counts = session->counts();
   outcome.write_failure = session->write_failure();
   outcome.records_per_store = counts.records_per_store;
+  outcome.patients_taken = counts.patients_taken;
+  outcome.patients_refused = counts.patients_refused;
   outcome.patients_ok = counts.patients_ok;
   outcome.patients_err = counts.patients_err;
   outcome.files = counts.files;
   outcome.file_bytes = counts.file_bytes;
-  outcome.stopped = session->stop_answered();
+  outcome.stopped = session->stop_answered() && session->last_percent() < 100;
   auto since_start = [&](std::chrono::steady_clock::time_point at) {
     return std::chrono::duration<double>(at - started).count();
   };

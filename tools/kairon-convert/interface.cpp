@@ -248,7 +248,10 @@ class InterfaceObject : public HostObject {
   host::Value DaiPaziente(host::Args& args) {
     RequireArgs(args, 5);
     session().PatientLineOpened();
-    if (IsBlank(args[2].value()) && IsBlank(args[3].value()) && IsBlank(args[4].value())) return {};
+    if (IsBlank(args[2].value()) && IsBlank(args[3].value()) && IsBlank(args[4].value())) {
+      session().PatientRefused();
+      return {};
+    }
     std::shared_ptr<PatientRecord> record = session().BeginPatient();
     if (std::optional<host::Date> born = host::DateOf(args[3].value())) record->members.Set("DataNascita", *born);
     return host::ObjectRef(std::make_shared<PatientObject>(shared_session(), std::move(record)));

@@ -1,7 +1,9 @@
 // kairon-convert: the reference host's command line (info, test, convert,
-// report). Exit status: 0 success, 1 the plug-in reported failure, 2 bad
-// command line or unusable file, 3 Test gave false, 4 the run's report
-// couldn't be written.
+// report). Exit status, the first that applies: 2 bad command line or
+// unusable file, 3 Test gave false, 1 the plug-in reported failure (for
+// test: the databases didn't open), 4 the run's report couldn't be written,
+// 6 the run was stopped before its end, 5 patients in "ERR" or refused by
+// the host, 0 every patient taken converted.
 
 #include <unistd.h>
 
@@ -15,6 +17,8 @@
 #include <optional>
 
 #include "host/failure.h"
+#include "source/recordset.h"
+#include "tools/ambulor-inspect/source_databases.h"
 #include "tools/common/character_type.h"
 #include "tools/common/termination.h"
 #include "tools/kairon-convert/output_files.h"
@@ -30,6 +34,10 @@ constexpr int kPluginFailed = 1;
 constexpr int kUnusable = 2;
 constexpr int kTestFalse = 3;
 constexpr int kReportFailed = 4;
+constexpr int kNotAllConverted = 5;
+constexpr int kStopped = 6;
+
+constexpr const char* kProgram = "kairon-convert";
 
 // libcnvKairon.so in ../lib/ beside the folder of this program.
 std::string DefaultPluginPath() {
@@ -95,22 +103,39 @@ int InfoCommand(const host::ObjectRef& conversione, bool json) {
 
 int TestCommand(const host::ObjectRef& conversione, const std::string& conn, bool json) {
   refhost::TestOutcome outcome = refhost::RunTest(conversione, conn);
+  // Test answers only whether the user database's file exists; a source
+  // whose databases don't open gives true without doctors. A plug-in that
+  // tells why is heard, and the check fails.
   if (json) {
     std::cout << refhost::TestJson(outcome) << "\n";
   } else {
     std::cout << "Test: " << (outcome.result ? "true" : "false") << "\n";
     for (const std::string& doctor : refhost::SplitDoctors(outcome.lista_medici)) std::cout << doctor << "\n";
     std::cout << "LastError: " << outcome.last_error << "\n";
+    if (!outcome.opening_cause.empty()) std::cout << "Not opened: " << outcome.opening_cause << "\n";
   }
-  // Test answers only whether the user database's file exists; a source
-  // whose databases don't open gives true without doctors. A plug-in that
-  // tells why is heard.
-  if (!outcome.opening_cause.empty())
-    std::cerr << "kairon-convert: the source can't be opened: " << outcome.opening_cause << "\n";
-  else if (!json && outcome.result && outcome.lista_medici.empty())
+  if (outcome.opening_cause.empty() && !json && outcome.result && outcome.lista_medici.empty())
     std::cerr << "kairon-convert: no doctors listed: STUDIO is empty, or one of GX_USER.FDB, GX_MEDIA.FDB,"
                  " GX_DATA.FDB is missing or can't be opened\n";
-  return outcome.result ? kSuccess : kTestFalse;
+  if (!outcome.result) return kTestFalse;
+  return outcome.opening_cause.empty() ? kSuccess : kPluginFailed;
+}
+
+// The patients of the source that a run without surname bounds takes (the
+// rows of PAZIENTI with a card), for the progress; nullopt when the source
+// can't be read here (the run tells why).
+std::optional<int64_t> SourcePatients(const std::string& conn) {
+  try {
+    inspect::SourceDatabases databases(conn.substr(0, conn.find(';')));
+    source::Recordset patients;
+    patients.Open("SELECT COUNT(*) AS N FROM PAZIENTI WHERE COALESCE(CAST(Cod_Cart AS VARCHAR(64)), '') <> ''",
+                  databases.Of(inspect::SourceFile::User));
+    const std::string count = host::TextOf(patients.Field("N"));
+    patients.Close();
+    return std::stoll(count);
+  } catch (...) {
+    return std::nullopt;
+  }
 }
 
 // Set while a conversion can stop after its patient; before that, and for
@@ -135,6 +160,25 @@ void OnTerminationSignal(int signal, int count) {
   tools::DieOfSignal(signal);
 }
 
+// What a run that ended true left undone, in one plain line; empty when
+// every patient taken converted.
+std::string Shortfall(const refhost::ConvertOutcome& outcome) {
+  std::string said;
+  if (outcome.stopped)
+    said = "the run was stopped after " + std::to_string(outcome.patients_taken) +
+           " patients: the rest of the source was not converted";
+  if (outcome.patients_err > 0) {
+    said += said.empty() ? "" : "; ";
+    said += std::to_string(outcome.patients_err) + " of " + std::to_string(outcome.patients_taken) +
+            " patients ended in ERR";
+    if (outcome.patients_refused > 0)
+      said += " (" + std::to_string(outcome.patients_refused) +
+              " refused by the host: no tax code, health card or birth date)";
+    said += ": what each lacks from its failure on, and why, is in the report and the archive's messages";
+  }
+  return said;
+}
+
 void PrintSummary(const refhost::ConvertOutcome& outcome) {
   std::printf("\n%-28s %10s\n", "Store", "Records");
   int64_t total = 0;
@@ -143,14 +187,22 @@ void PrintSummary(const refhost::ConvertOutcome& outcome) {
     total += count;
   }
   std::printf("%-28s %10lld\n", "(all stores)", static_cast<long long>(total));
-  std::printf("%-28s %4d / %d\n", "Patients OK / ERR", outcome.patients_ok, outcome.patients_err);
-  std::printf("%-28s %lld (%lld bytes)\n", "Files stored", static_cast<long long>(outcome.files),
-              static_cast<long long>(outcome.file_bytes));
+  std::printf("%-28s %4d / %d", "Patients OK / ERR", outcome.patients_ok, outcome.patients_err);
+  if (outcome.patients_refused > 0) std::printf(" (%d refused by the host)", outcome.patients_refused);
+  std::printf("\n%-28s %lld (%s)\n", "Files stored", static_cast<long long>(outcome.files),
+              runreport::SizeText(outcome.file_bytes).c_str());
   std::printf("%-28s %.1f s\n", "Elapsed", outcome.seconds);
   std::printf("%-28s %s\n", "Test", outcome.test_result ? "true" : "false");
   std::printf("%-28s %s\n", "Result", outcome.result ? "true" : "false");
   std::printf("%-28s %s\n", "LastError", outcome.last_error.c_str());
   if (!outcome.write_failure.empty()) std::printf("%-28s %s\n", "Stopped because", outcome.write_failure.c_str());
+  if (outcome.test_result && outcome.result && outcome.write_failure.empty()) {
+    const std::string shortfall = Shortfall(outcome);
+    if (shortfall.empty())
+      std::printf("\nComplete: every patient taken (%d) converted.\n", outcome.patients_taken);
+    else
+      std::printf("\nNot complete: %s.\n", shortfall.c_str());
+  }
   if (!outcome.opening_cause.empty()) {
     std::fflush(stdout);
     std::cerr << "kairon-convert: the source can't be opened: " << outcome.opening_cause << "\n";
@@ -231,10 +283,20 @@ int ConvertCommand(const host::ObjectRef& conversione, const refhost::ConvertOpt
       status = kPluginFailed;
     }
   }
-  if (reports.empty()) return status;
+  if (outcome.removed_empty) {
+    std::fflush(stdout);
+    std::cerr << "kairon-convert: no patient was taken, so " << options.archive
+              << (options.trace.empty() ? " was" : " and " + options.trace + " were")
+              << " not kept: the same command can run again once the cause is put right\n";
+  }
+  // What the run left undone counts once the conversion and its report
+  // are known to have succeeded.
+  const int shortfall_status = outcome.stopped ? kStopped : outcome.patients_err > 0 ? kNotAllConverted : kSuccess;
+  if (reports.empty()) return status != kSuccess ? status : shortfall_status;
   std::fflush(stdout);
   if (!outcome.archived) {
-    std::cerr << "kairon-convert: no report written: the run ended before its archive was made\n";
+    std::cerr << "kairon-convert: no report written: the run ended before its archive was made"
+              << (outcome.removed_empty ? " or kept" : "") << "\n";
     return status != kSuccess ? status : kReportFailed;
   }
   int report_status = kSuccess;
@@ -246,12 +308,14 @@ int ConvertCommand(const host::ObjectRef& conversione, const refhost::ConvertOpt
     report_status = kReportFailed;
   }
   // The conversion's own failure says more than its report's.
-  return status != kSuccess ? status : report_status;
+  if (status != kSuccess) return status;
+  return report_status != kSuccess ? report_status : shortfall_status;
 }
 
 int ReportCommand(const std::string& archive, const std::vector<runreport::ReportTarget>& targets, bool overwrite) {
   runreport::RunRecord run;
   try {
+    if (!std::filesystem::exists(archive)) throw std::runtime_error(archive + ": no such file");
     runreport::CheckTargets(targets, {archive}, overwrite);
     run = runreport::ReadRun(archive);
   } catch (const std::exception& e) {
@@ -267,49 +331,109 @@ int main(int argc, char** argv) {
   tools::UseEnvironmentCharacterType();
   tools::TerminationWatch watch(OnTerminationSignal);
 
-  CLI::App app{"kairon-convert: the reference conversion host for the cnvKairon plug-in"};
+  CLI::App app{
+      "kairon-convert: converts an Ambulor practice (GX_USER.FDB and the two databases beside it) through the "
+      "cnvKairon plug-in into an archive that anyone can open, as the Kairon conversion host would, and reports "
+      "what arrived.",
+      kProgram};
   app.require_subcommand(1);
+  app.footer(
+      "A practice is moved in four steps:\n"
+      "  kairon-convert info                                   the categories the plug-in converts\n"
+      "  kairon-convert test /srv/ambulor/GX_USER.FDB          do the databases open? the doctors\n"
+      "  kairon-convert convert /srv/ambulor/GX_USER.FDB --archive studio.sqlite --report studio.html\n"
+      "  (open studio.html: what arrived, what didn't and why)\n"
+      "kairon-convert COMMAND --help tells what a command takes and its exit statuses.");
   std::string plugin = DefaultPluginPath();
   bool json = false;
 
-  CLI::App* info = app.add_subcommand("info", "Print the plug-in's fixed properties");
+  CLI::App* info = app.add_subcommand(
+      "info", "Print what the plug-in says of itself: the source program, the file it reads, and the categories it "
+              "converts (the names that convert --categories takes)");
+  info->footer(
+      "Example:\n  kairon-convert info\n\n"
+      "Exit status: 0 printed; 1 the plug-in raised a failure; 2 bad command line or a plug-in that can't be loaded.");
   info->add_flag("--json", json, "One JSON object, property to value");
   info->add_option("--plugin", plugin, "The plug-in library")->capture_default_str();
 
   std::string conn;
-  CLI::App* test = app.add_subcommand("test", "Call Test with a connection text");
-  test->add_option("CONN", conn, "The connection text, as Test gets it")->required();
-  test->add_flag("--json", json, "One JSON object: result, ListaMedici, LastError");
+  CLI::App* test = app.add_subcommand(
+      "test", "Check a source before converting it: open its three databases as a conversion does and list the "
+              "practice's doctors; when they don't open, say why");
+  test->footer(
+      "Example:\n  kairon-convert test /srv/ambulor/GX_USER.FDB\n\n"
+      "Exit status: 0 the databases opened; 1 they didn't (the cause is printed) or the plug-in raised a failure; "
+      "2 bad command line or a plug-in that can't be loaded; 3 Test gave false: no GX_USER.FDB at that path.");
+  test->add_option("CONN", conn, "The path of GX_USER.FDB (the connection text, as Test gets it)")->required();
+  test->add_flag("--json", json, "One JSON object: result, ListaMedici, LastError, and cause when they didn't open");
   test->add_option("--plugin", plugin, "The plug-in library")->capture_default_str();
 
   refhost::ConvertOptions options;
   options.data_dir = KAIRON_DATA_DIR;
   std::optional<std::string> utente;
-  CLI::App* convert = app.add_subcommand("convert", "Run a conversion into a new archive");
-  convert->add_option("CONN", options.conn, "The connection text, as Test gets it")->required();
-  convert->add_option("--archive", options.archive, "The SQLite archive to write")->required();
-  convert->add_option("--options", options.options, "The option list for Converti (default: every category)");
-  convert->add_option("--medico", options.medico, "The doctor (default: the first of the list)");
-  convert->add_option("--from", options.from, "What FiltroDa gives");
-  convert->add_option("--to", options.to, "What FiltroA gives");
-  convert->add_option("--trace", options.trace, "Write the trace of the plug-in's calls here");
-  convert->add_option("--icd9", options.icd9_csv, "The ICD9 catalogue (CSV)");
-  convert->add_option("--farmaci", options.farmaci_csv, "The drug catalogue (CSV)");
-  convert->add_option("--esenzioni", options.esenzioni_csv, "The exemption catalogue (CSV)");
-  convert->add_option("--utente", utente, "The members of utente, as a JSON object");
-  convert->add_option("--tempdir", options.tempdir, "The folder for temporary files");
-  convert->add_option("--fail", options.fail, "Make the N-th call of MEMBER fail (MEMBER@N, Obj.MEMBER@N)");
+  CLI::App* convert = app.add_subcommand(
+      "convert", "Convert a source into a new archive, patient by patient, and print what arrived; --report "
+                 "writes the run's report, with what didn't arrive and why");
+  convert->footer(
+      "Examples:\n"
+      "  kairon-convert convert /srv/ambulor/GX_USER.FDB --archive studio.sqlite --report studio.html\n"
+      "  kairon-convert convert /srv/ambulor/GX_USER.FDB --archive diagnosi.sqlite \\\n"
+      "      --categories \"Diagnosi; Prestazioni\"\n"
+      "A practice in two runs that lose no one, the first ending where the second begins:\n"
+      "  kairon-convert convert ... --archive a-m.sqlite --to M\n"
+      "  kairon-convert convert ... --archive m-z.sqlite --from M\n\n"
+      "Exit status, the first that applies: 2 bad command line or a file that can't be used (nothing written); "
+      "3 Test gave false; 1 the plug-in reported failure (Converti gave false or raised), or the archive couldn't "
+      "be written; 4 the report couldn't be written; 6 the run was stopped before its end (Ctrl-C); 5 the run "
+      "ended with patients in ERR or refused by the host; 0 every patient taken converted.");
+  convert->add_option("CONN", options.conn, "The path of GX_USER.FDB (the connection text, as Test gets it)")
+      ->required();
+  convert->add_option("--archive", options.archive, "The new archive (SQLite) to write")->required();
+  CLI::Option* categories = convert->add_option(
+      "--categories", options.categories,
+      "The categories to convert, by their names as info lists them, separated by \";\" or \",\" (case and "
+      "blanks around a name don't matter), in that order; an unknown name is refused. Default: every category");
   std::vector<std::string> convert_reports;
   convert->add_option("--report", convert_reports,
                       "Write the run's report when it ends: FILE.html for a person, FILE.json for a program "
                       "(repeatable)")
       ->allow_extra_args(false);
+  convert->add_option("--from", options.from,
+                      "Take only the patients whose surname is TEXT or after it. Surnames compare whole, letter "
+                      "by letter: --from M takes \"MARINO\"");
+  convert->add_option("--to", options.to,
+                      "Take only the patients whose surname is TEXT or before it. Surnames compare whole, so "
+                      "--to M ends before \"MARINO\" (\"M\" comes first); to split a practice, give the second "
+                      "run's --from the first run's --to (--to M, then --from M)");
+  convert->add_option("--medico", options.medico,
+                      "The doctor named to the plug-in (default: the first that test lists). It plays no part in "
+                      "what is converted: every patient of the source is taken, whoever the doctor");
+  convert->add_option("--trace", options.trace, "Write every call that the plug-in makes on the host here (JSON lines)");
+  convert->add_option("--icd9", options.icd9_csv, "The ICD9 catalogue (CSV)");
+  convert->add_option("--farmaci", options.farmaci_csv, "The drug catalogue (CSV)");
+  convert->add_option("--esenzioni", options.esenzioni_csv, "The exemption catalogue (CSV)");
+  convert->add_option("--utente", utente, "The members of utente, as a JSON object");
+  convert->add_option("--tempdir", options.tempdir, "The folder for temporary files");
+  convert->add_option("--options", options.options,
+                      "The option list exactly as Converti receives it, unchecked (elements that match no "
+                      "category are passed on with a warning)")
+      ->excludes(categories)
+      ->group("Testing the plug-in");
+  convert->add_option("--fail", options.fail,
+                      "Make the N-th call of MEMBER fail, to check the plug-in's failure handling (MEMBER@N, "
+                      "Obj.MEMBER@N; repeatable)")
+      ->group("Testing the plug-in");
   convert->add_flag("--overwrite", options.overwrite, "Replace the archive, trace and report of an earlier run");
   convert->add_option("--plugin", plugin, "The plug-in library")->capture_default_str();
 
   std::string report_archive, report_html, report_json;
   bool report_overwrite = false;
-  CLI::App* report = app.add_subcommand("report", "Write the report of the run that an archive holds");
+  CLI::App* report = app.add_subcommand(
+      "report", "Write the report of the run that an archive holds: what arrived, what didn't and why");
+  report->footer(
+      "Example:\n  kairon-convert report studio.sqlite --html studio.html\n\n"
+      "Exit status: 0 written; 2 bad command line, or an archive that is missing or isn't one of kairon-convert; "
+      "4 the report couldn't be written.");
   report->add_option("ARCHIVE", report_archive, "An archive of kairon-convert convert")->required();
   report->add_option("--html", report_html, "Write the report for a person here (FILE.html)");
   report->add_option("--json", report_json, "Write the report's figures for a program here (FILE.json)");
@@ -318,8 +442,14 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    int status = app.exit(e);
-    return status == 0 ? kSuccess : kUnusable;
+    // --help ends here too, with status 0; a mistake is told in one line
+    // that names the program.
+    if (e.get_exit_code() == 0) return app.exit(e);
+    std::string help = kProgram;
+    for (const CLI::App* command : {info, test, convert, report})
+      if (argc > 1 && command->get_name() == argv[1]) help += " " + command->get_name();
+    std::cerr << kProgram << ": " << e.what() << " (" << help << " --help tells what it takes)\n";
+    return kUnusable;
   }
 
   try {
@@ -343,8 +473,10 @@ int main(int argc, char** argv) {
     runreport::CheckTargets(reports, others, options.overwrite);
     if (utente) options.utente = refhost::ParseUtente(*utente);
     options.progress = isatty(STDERR_FILENO) == 1;
-    options.warn = [](const std::string& warning) { std::cerr << "kairon-convert: warning: " << warning << "\n"; };
+    options.progress_lines = !options.progress;
     stop_after_patient = true;
+    options.count_source_patients = SourcePatients;
+    options.warn = [](const std::string& warning) { std::cerr << "kairon-convert: warning: " << warning << "\n"; };
     return WithPlugin(plugin, [&](const host::ObjectRef& c) { return ConvertCommand(c, options, reports); });
   } catch (const std::exception& e) {
     return ReportUnusable(e);

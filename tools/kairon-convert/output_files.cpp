@@ -108,7 +108,11 @@ void CheckOutput(const std::string& path, const std::string& what, const OutputP
   if (st) {
     std::string kind = KindOf(*st);
     if (!kind.empty()) Refuse("the " + what + " " + path + " is " + kind);
-    if (!paths.overwrite) Refuse(path + " exists already (give --overwrite to replace the " + what + " of an earlier run)");
+    if (!paths.overwrite) {
+      const std::string made_by = what == "archive" ? Archive::RunThatMadeIt(path) : "";
+      Refuse(path + " exists already" + (made_by.empty() ? "" : ", " + made_by) +
+             " (give --overwrite to replace the " + what + " of an earlier run)");
+    }
     CheckReplaceable(path, what);
   }
   CheckFolder(path, what);

@@ -1,6 +1,7 @@
 // What the info and test commands ask the plug-in, and how they print it.
 
 #include <algorithm>
+#include <stdexcept>
 #include <nlohmann/json.hpp>
 
 #include "host/failure.h"
@@ -42,6 +43,35 @@ std::string Trimmed(const std::string& s) {
   size_t first = s.find_first_not_of(' ');
   if (first == std::string::npos) return "";
   return s.substr(first, s.find_last_not_of(' ') - first + 1);
+}
+
+// The number of single-byte edits that turn a into b.
+size_t EditDistance(const std::string& a, const std::string& b) {
+  std::vector<size_t> row(b.size() + 1);
+  for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (size_t i = 1; i <= a.size(); ++i) {
+    size_t diagonal = row[0];
+    row[0] = i;
+    for (size_t j = 1; j <= b.size(); ++j) {
+      const size_t above = row[j];
+      row[j] = std::min({above + 1, row[j - 1] + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
+      diagonal = above;
+    }
+  }
+  return row[b.size()];
+}
+
+// The names of known closest to name (lower case), nearest first: those at
+// the least distance and one more, three at most.
+std::vector<std::string> ClosestNames(const std::string& name, const std::vector<std::string>& known) {
+  std::vector<std::pair<size_t, std::string>> ranked;
+  for (const std::string& candidate : known)
+    ranked.emplace_back(EditDistance(name, host::text::Lower(candidate)), candidate);
+  std::stable_sort(ranked.begin(), ranked.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+  std::vector<std::string> closest;
+  for (const auto& [distance, candidate] : ranked)
+    if (closest.size() < 3 && distance <= ranked.front().first + 1) closest.push_back(candidate);
+  return closest;
 }
 
 std::vector<std::string> Split(const std::string& text, char separator) {
@@ -94,6 +124,7 @@ std::string TestJson(const TestOutcome& outcome) {
   json["result"] = outcome.result;
   json["ListaMedici"] = outcome.lista_medici;
   json["LastError"] = outcome.last_error;
+  if (!outcome.opening_cause.empty()) json["cause"] = outcome.opening_cause;
   return JsonText(json);
 }
 
@@ -121,6 +152,34 @@ std::string UnmatchedOptions(const std::string& option_list, const std::string& 
          " no category, and nothing is converted for " + (count == 1 ? "it" : "them") +
          (blanks ? " (blanks count: separate the categories with \";\" alone)" : "") +
          "; the categories are: " + DefaultOptions(lista_opzioni);
+}
+
+std::string CategoryOptions(const std::string& categories, const std::string& lista_opzioni) {
+  std::vector<std::string> known;
+  for (const std::string& category : Split(lista_opzioni, ';'))
+    if (!Trimmed(category).empty()) known.push_back(Trimmed(category));
+  std::string commas_as_semicolons = categories;
+  std::replace(commas_as_semicolons.begin(), commas_as_semicolons.end(), ',', ';');
+  std::string option_list;
+  for (const std::string& element : Split(commas_as_semicolons, ';')) {
+    const size_t first = element.find_first_not_of(" \t");
+    if (first == std::string::npos) continue;
+    const std::string name = element.substr(first, element.find_last_not_of(" \t") - first + 1);
+    const std::string lower = host::text::Lower(name);
+    auto same = [&](const std::string& category) { return host::text::Lower(category) == lower; };
+    auto found = std::find_if(known.begin(), known.end(), same);
+    if (found == known.end()) {
+      const std::vector<std::string> closest = ClosestNames(lower, known);
+      std::string names;
+      for (const std::string& candidate : closest) names += (names.empty() ? "\"" : ", \"") + candidate + "\"";
+      throw std::runtime_error("--categories: \"" + name + "\" is no category; the closest " +
+                               (closest.size() == 1 ? "is " : "are ") + names + " (all of them: kairon-convert info)");
+    }
+    option_list += (option_list.empty() ? "" : ";") + *found;
+  }
+  if (option_list.empty())
+    throw std::runtime_error("--categories names no category (to convert the master records alone, give --options \"\")");
+  return option_list;
 }
 
 std::string DefaultOptions(const std::string& lista_opzioni) {

@@ -77,7 +77,8 @@ TestOutcome RunTest(const host::ObjectRef& conversione, const std::string& conn)
 // the plug-in answers that it has no such member (438).
 std::string OptionalText(const host::ObjectRef& conversione, const char* property);
 
-// test --json: {"result": bool, "ListaMedici": text, "LastError": text}.
+// test --json: {"result": bool, "ListaMedici": text, "LastError": text},
+// and "cause": text when the source didn't open.
 std::string TestJson(const TestOutcome& outcome);
 
 // The doctors of a ListaMedici text (separated by ";"), first to last.
@@ -93,6 +94,13 @@ std::string DefaultOptions(const std::string& lista_opzioni);
 // Empty elements are passed over.
 std::string UnmatchedOptions(const std::string& option_list, const std::string& lista_opzioni);
 
+// The option list of --categories: names of categories as lista_opzioni
+// gives them, separated by ";" or ",", blanks around a name and case
+// ignored, joined by ";" in the order given and spelt as lista_opzioni
+// spells them. Raises std::runtime_error naming an unknown name with the
+// closest names of the list, or for a text that names none.
+std::string CategoryOptions(const std::string& categories, const std::string& lista_opzioni);
+
 // The members of --utente: a JSON object whose members are texts (numbers
 // and booleans are taken as their JSON text). Raises std::runtime_error for
 // anything else.
@@ -104,6 +112,7 @@ std::map<std::string, std::string> DefaultUtente();
 struct ConvertOptions {
   std::string conn;                                  // connection text, as given to Test
   std::string archive;                               // SQLite file to write
+  std::optional<std::string> categories;             // --categories: names, to CategoryOptions
   std::optional<std::string> options;                // default: every category of ListaOpzioni joined by ";"
   std::optional<std::string> medico;                 // default: the first doctor of the list
   std::string from, to;                              // FiltroDa, FiltroA
@@ -115,6 +124,11 @@ struct ConvertOptions {
   std::vector<std::string> fail;  // "MEMBER@N" or "Obj.MEMBER@N"
   bool overwrite = false;   // replace an archive and a trace of an earlier run
   bool progress = false;    // draw a progress bar on standard error
+  bool progress_lines = false;  // write a line at each tenth of the run on standard error (a log)
+  // Counts the source's patients of a connection text, for the progress;
+  // asked once Test gave true (the databases are then attached anyway).
+  // Nullopt, or no function, leaves the count out.
+  std::function<std::optional<int64_t>(const std::string& conn)> count_source_patients;
   std::function<void(const std::string&)> warn;  // told each warning as it arises
   int stop_at_patient = 0;  // >0: Stop is set in the UpdateProgress of that patient (counted from 1), as a Ctrl-C would
 };
@@ -133,13 +147,21 @@ struct ConvertOutcome {
   std::string opening_cause;  // as TestOutcome's
   std::optional<PluginFailure> raised;               // Test or Converti raised instead of answering
   std::map<std::string, int64_t> records_per_store;  // every Salva, by store
+  int patients_taken = 0;    // the patient rows the driver took (lines that asked DaiPaziente)
+  int patients_refused = 0;  // of those, the ones DaiPaziente gave no patient for
   int patients_ok = 0, patients_err = 0;
   int64_t files = 0, file_bytes = 0;
   double seconds = 0;
   std::string write_failure;          // why the archive or trace couldn't be written; the run stopped there
   std::vector<std::string> warnings;  // what a person would want to know: unmatched options, unused --fail, ...
   bool archived = false;  // this run's runs row was written: the archive is this run's
-  bool stopped = false;  // UpdateProgress told the plug-in to stop (Ctrl-C, or a write failure)
+  // The run took no patient because Test gave false or the run failed
+  // first: the archive and the trace it made were removed (archived is
+  // false), and what they would replace stays as it was.
+  bool removed_empty = false;
+  // UpdateProgress told the plug-in to stop (Ctrl-C, or a write failure)
+  // before the last row of the source was taken.
+  bool stopped = false;
   // When each line of the log opened and received its last message, in
   // seconds from the start of the run (seconds is its end): for the report.
   std::vector<std::pair<double, double>> line_seconds;

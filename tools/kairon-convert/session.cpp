@@ -18,7 +18,7 @@ bool StopRequested() { return stop_requested.load(); }
 void ClearStopRequest() { stop_requested.store(false); }
 
 Session::Session(SessionSetup setup) : setup_(std::move(setup)) {
-  if (setup_.progress) progress_.emplace(stderr);
+  if (setup_.progress || setup_.progress_lines) progress_.emplace(stderr, setup_.progress);
 }
 
 void Session::WriteTrace(const std::string& line) {
@@ -43,10 +43,11 @@ void Session::Message(const std::string& kind, const std::string& text) {
 
 bool Session::Progress(int percent) {
   ++progress_calls_;
+  last_percent_ = percent;
   if (setup_.stop_at_progress > 0 && progress_calls_ >= setup_.stop_at_progress) stop_ = true;
   bool stop = stop_ || StopRequested();
   stop_answered_ = stop_answered_ || stop;
-  if (progress_) progress_->Update(percent, static_cast<int>(patients_), stop);
+  if (progress_) progress_->Update(percent, progress_calls_, stop);
   return stop;
 }
 
@@ -86,7 +87,7 @@ void Session::Finish() {
   Record([&] { WritePendingPatients(); });
   Record([&] { archive().Commit(); });
   if (setup_.trace) Record([&] { setup_.trace->Flush(); });
-  if (progress_) progress_->Clear();
+  if (progress_) progress_->Finish(counts_.patients_taken);
 }
 
 void Session::Abandon() {

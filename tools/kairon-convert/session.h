@@ -44,11 +44,14 @@ struct SessionSetup {
   std::string from, to;  // FiltroDa, FiltroA
   std::map<std::string, std::string> utente;
   bool progress = false;  // draw a progress bar on standard error
+  bool progress_lines = false;  // write a line of progress at each tenth on standard error
   int stop_at_progress = 0;  // >0: the stop comes with that UpdateProgress, as a Ctrl-C would
 };
 
 struct SessionCounts {
   std::map<std::string, int64_t> records_per_store;
+  int patients_taken = 0;    // lines during which DaiPaziente was asked
+  int patients_refused = 0;  // of those, where DaiPaziente gave no patient
   int patients_ok = 0, patients_err = 0;
   int64_t files = 0, file_bytes = 0;
 };
@@ -84,10 +87,23 @@ class Session {
   const std::vector<LineTime>& line_times() const { return line_times_; }
   // Whether UpdateProgress ever answered that the run must stop.
   bool stop_answered() const { return stop_answered_; }
+  // The percentage of the last UpdateProgress (-1 before the first): 100
+  // once the last row of the source was taken.
+  int last_percent() const { return last_percent_; }
 
   // DaiPaziente was asked: the line that AddMsg opened is a patient's, and
   // its ChangeMsg "OK" or "ERR" counts.
-  void PatientLineOpened() { patient_line_open_ = true; }
+  void PatientLineOpened() {
+    if (!patient_line_open_) ++counts_.patients_taken;
+    patient_line_open_ = true;
+  }
+  // DaiPaziente gave no patient.
+  void PatientRefused() { ++counts_.patients_refused; }
+
+  // The source's patients, once known: the progress shows them.
+  void SourcePatientsKnown(int64_t patients) {
+    if (progress_) progress_->SetSourcePatients(patients);
+  }
 
   // UpdateProgress: draws the bar; true once a stop was asked for, or the
   // archive or trace failed.
@@ -131,7 +147,7 @@ class Session {
   int64_t PeekFile() const { return files_ + 1; }
 
   // The end of the run: the last patient's transaction is committed, the
-  // trace written out, and the progress bar taken away. The archive stays
+  // trace written out, and the progress ends on the patients taken. The archive stays
   // open for the runs row. Failures are kept as WriteFailed keeps them.
   void Finish();
 
@@ -151,6 +167,7 @@ class Session {
   bool patient_line_open_ = false;  // DaiPaziente came after the last AddMsg
   std::vector<LineTime> line_times_;
   bool stop_answered_ = false;
+  int last_percent_ = -1;
   bool stop_ = false;                // this run's own reason to stop (stop_at_progress, a write failure)
   std::string write_failure_;
 };

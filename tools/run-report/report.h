@@ -130,6 +130,10 @@ DetailReason ReasonOf(const std::string& detail);
 std::string RenderHtml(const Figures& figures);
 nlohmann::ordered_json RenderJson(const Figures& figures);
 
+// A size for a person, as the report and the terminal give it:
+// "12.3 MiB, 12897484 bytes" ("512 bytes" below a KiB).
+std::string SizeText(int64_t bytes);
+
 // text with & < > " ' replaced by their entities.
 std::string EscapeHtml(const std::string& text);
 

@@ -16,7 +16,7 @@ h1{font-size:24px;margin:4px 0 2px}h2{font-size:18px;margin:28px 0 8px;border-bo
 .banner{padding:10px 14px;border-radius:6px;font-weight:600;margin:8px 0}
 .banner.ok{background:#dff3e4;color:#17612c;border:1px solid #9fd6ad}
 .banner.bad{background:#fde2e1;color:#9b1c1c;border:1px solid #f1a5a2}
-.banner.unknown{background:#fff4d6;color:#7a5600;border:1px solid #ecd38a}
+.banner.unknown,.banner.partial{background:#fff4d6;color:#7a5600;border:1px solid #ecd38a}
 table{border-collapse:collapse;background:#fff;width:100%;margin:6px 0}
 th,td{border:1px solid #d5d9de;padding:4px 8px;text-align:left;vertical-align:top}
 th{background:#eceff2;font-weight:600}
@@ -120,10 +120,12 @@ void RunSection(std::ostringstream& html, const Figures& f) {
   row("Patients", std::to_string(f.patient_lines) + " taken: " + std::to_string(f.patients_ok) + " OK, " +
                       std::to_string(f.patients_err) + " ERR (" + std::to_string(f.patients_refused) +
                       " refused by the host)");
-  int64_t records = 0;
-  for (const auto& [store, count] : run.records_per_store) records += count;
-  row("Records", std::to_string(records) + " in " + std::to_string(run.records_per_store.size()) + " stores");
-  row("Files", std::to_string(run.files) + " (" + Bytes(run.file_bytes) + ")");
+  // Files are counted apart, as the conversion's summary counts them.
+  int64_t records = 0, stores = 0;
+  for (const auto& [store, count] : run.records_per_store)
+    if (store != "Files") records += count, ++stores;
+  row("Records", std::to_string(records) + " in " + std::to_string(stores) + " stores");
+  row("Files", std::to_string(run.files) + " (" + SizeText(run.file_bytes) + ")");
   if (f.live && !f.live->warnings.empty()) row("Warnings", "<ul><li>" + JoinEscaped(f.live->warnings, "</li><li>") + "</li></ul>");
   html << "</table>";
   if (!run.driver_lines.empty()) {
@@ -261,6 +263,11 @@ void TimesSection(std::ostringstream& html, const Figures& f) {
 
 }  // namespace
 
+std::string SizeText(int64_t bytes) {
+  if (bytes < 1024) return std::to_string(bytes) + " bytes";
+  return Bytes(bytes) + ", " + std::to_string(bytes) + " bytes";
+}
+
 std::string RenderHtml(const Figures& f) {
   std::ostringstream html;
   html << "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
@@ -270,10 +277,15 @@ std::string RenderHtml(const Figures& f) {
        << E(f.run.started) << "</title><style>" << kStyle << "</style></head><body><main>";
   html << "<h1>Conversion report</h1><p class=\"sub\">" << E(f.archive) << " &middot; run " << f.run.run_id << " &middot; "
        << E(f.run.started) << "</p>";
-  const char* state = !f.accounts_done ? "unknown" : f.unexplained == 0 ? "ok" : "bad";
+  // Green only when everything converted: a run that ended true with
+  // patients in ERR, or that was stopped, is not a success whose records
+  // all add up.
+  const bool run_ended = f.run.result == true && f.ended_with_error.empty() &&
+                         !(f.live && (f.live->stopped || !f.live->write_failure.empty()));
+  const bool all_converted = run_ended && f.patients_err == 0;
+  const char* state = !f.accounts_done ? "unknown" : f.unexplained != 0 ? "bad" : all_converted ? "ok" : "partial";
   html << "<div class=\"banner " << state << "\">" << E(f.AccountsSummary()) << "</div>";
-  const bool run_ok = f.run.result == true && f.ended_with_error.empty() && !(f.live && (f.live->stopped || !f.live->write_failure.empty()));
-  html << "<div class=\"banner " << (run_ok ? "ok" : "bad") << "\">" << E(f.Outcome()) << " &middot; "
+  html << "<div class=\"banner " << (all_converted ? "ok" : "bad") << "\">" << E(f.Outcome()) << " &middot; "
        << f.patients_ok << " patients OK, " << f.patients_err << " ERR</div>";
   RunSection(html, f);
   html << "<h2>At a glance</h2>";
