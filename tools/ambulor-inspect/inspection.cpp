@@ -148,9 +148,12 @@ Inspection Inspect(const std::string& conn) {
 
     const auto moduli = schemas.media.find("MODULI");
     if (moduli != schemas.media.end() && moduli->second.count("CODCART") && moduli->second.count("TITOLO") &&
-        moduli->second.count("BINDATA"))
+        moduli->second.count("BINDATA")) {
+      std::set<std::string> cards;
+      for (const std::string& key : keys) cards.insert(WithoutTrailingBlanks(key));
       inspection.unfileable_titles = FindUnfileableTitles(
-          source.Of(SourceFile::Media), [&](const std::string& card) { return keys.count(WithoutTrailingBlanks(card)) > 0; });
+          source.Of(SourceFile::Media), [&](const std::string& card) { return cards.count(WithoutTrailingBlanks(card)) > 0; });
+    }
 
     std::set<std::string> figured;
     for (const Category& category : Categories()) {
