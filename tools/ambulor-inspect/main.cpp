@@ -7,6 +7,7 @@
 
 #include "tools/ambulor-inspect/inspection.h"
 #include "tools/common/character_type.h"
+#include "tools/common/user_database.h"
 
 int main(int argc, char** argv) {
   tools::UseEnvironmentCharacterType();
@@ -19,6 +20,10 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? 0 : 2;
+  }
+  if (std::string wrong = tools::WrongUserDatabase(conn); !wrong.empty()) {
+    std::cerr << "ambulor-inspect: " << wrong << "\n";
+    return 2;
   }
   try {
     inspect::Inspection inspection = inspect::Inspect(conn);

@@ -17,6 +17,7 @@
 #include "host/failure.h"
 #include "tools/common/character_type.h"
 #include "tools/common/termination.h"
+#include "tools/common/user_database.h"
 #include "tools/kairon-convert/output_files.h"
 #include "tools/kairon-convert/reference_host.h"
 #include "tools/run-report/accounting.h"
@@ -324,6 +325,9 @@ int main(int argc, char** argv) {
 
   try {
     if (info->parsed()) return WithPlugin(plugin, [&](const host::ObjectRef& c) { return InfoCommand(c, json); });
+    for (const std::string* source : {&conn, &options.conn})
+      if (std::string wrong = tools::WrongUserDatabase(*source); !source->empty() && !wrong.empty())
+        throw std::runtime_error(wrong);
     if (test->parsed()) return WithPlugin(plugin, [&](const host::ObjectRef& c) { return TestCommand(c, conn, json); });
     if (report->parsed()) {
       if (report_html.empty() && report_json.empty()) throw std::runtime_error("report: give --html FILE or --json FILE");
