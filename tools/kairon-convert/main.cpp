@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -182,13 +183,34 @@ runreport::LiveRun LiveOf(const refhost::ConvertOutcome& outcome, const runrepor
   return live;
 }
 
-// Writes the report of the run in archive to each target. Every target is
-// tried; the status is kReportFailed if one couldn't be written.
+// Tells on standard error how far the accounts are: on a terminal one line
+// redrawn, in a log one line a tenth.
+std::function<void(size_t, size_t)> AccountsProgress() {
+  const bool terminal = isatty(STDERR_FILENO) == 1;
+  return [terminal, tenths = size_t{0}](size_t done, size_t total) mutable {
+    if (terminal) {
+      if (done % 50 == 0 || done == total)
+        std::fprintf(stderr, "\rAccounts: %zu / %zu patients%s", done, total, done == total ? "\n" : "");
+      return;
+    }
+    const size_t reached = done * 10 / total;
+    if (reached > tenths) {
+      tenths = reached;
+      std::fprintf(stderr, "Accounts: %zu / %zu patients (%zu%%)\n", done, total, reached * 10);
+    }
+  };
+}
+
+// Writes the report of the run in archive to each target, its accounts made
+// against source (empty: the run's own). Every target is tried; the status
+// is kReportFailed if one couldn't be written.
 int WriteReports(const std::vector<runreport::ReportTarget>& targets, const std::string& archive,
-                 const runreport::RunRecord& run, const std::optional<runreport::LiveRun>& live, bool overwrite) {
+                 const runreport::RunRecord& run, const std::optional<runreport::LiveRun>& live, bool overwrite,
+                 const std::string& source = "") {
   runreport::Reconciliation accounts;
   try {
-    accounts = runreport::Reconcile(run);
+    std::fflush(stdout);
+    accounts = runreport::Reconcile(run, {source, "", "", AccountsProgress()});
   } catch (const std::exception& e) {
     accounts = {};
     accounts.why_not = e.what();
@@ -201,7 +223,7 @@ int WriteReports(const std::vector<runreport::ReportTarget>& targets, const std:
       const std::string content =
           target.format == runreport::Format::Html
               ? runreport::RenderHtml(figures)
-              : runreport::RenderJson(figures).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+              : runreport::RenderJson(figures);
       runreport::WriteReport(target, content, overwrite);
       std::cout << "Report: " << target.path << "\n";
     } catch (const std::exception& e) {
@@ -250,7 +272,8 @@ int ConvertCommand(const host::ObjectRef& conversione, const refhost::ConvertOpt
   return status != kSuccess ? status : report_status;
 }
 
-int ReportCommand(const std::string& archive, const std::vector<runreport::ReportTarget>& targets, bool overwrite) {
+int ReportCommand(const std::string& archive, const std::vector<runreport::ReportTarget>& targets, bool overwrite,
+                  const std::string& source) {
   runreport::RunRecord run;
   try {
     runreport::CheckTargets(targets, {archive}, overwrite);
@@ -258,7 +281,7 @@ int ReportCommand(const std::string& archive, const std::vector<runreport::Repor
   } catch (const std::exception& e) {
     return ReportUnusable(e);
   }
-  return WriteReports(targets, archive, run, std::nullopt, overwrite);
+  return WriteReports(targets, archive, run, std::nullopt, overwrite, source);
 }
 
 }  // namespace
@@ -315,6 +338,9 @@ int main(int argc, char** argv) {
   report->add_option("--html", report_html, "Write the report for a person here (FILE.html)");
   report->add_option("--json", report_json, "Write the report's figures for a program here (FILE.json)");
   report->add_flag("--overwrite", report_overwrite, "Replace a report made earlier");
+  std::string report_source;
+  report->add_option("--source", report_source,
+                     "Make the accounts against this GX_USER.FDB instead of the run's own (moved or copied source)");
 
   try {
     app.parse(argc, argv);
@@ -338,7 +364,7 @@ int main(int argc, char** argv) {
         throw std::runtime_error("--html " + report_html + ": the file must end in .html");
       if (!report_json.empty() && targets.back().format != runreport::Format::Json)
         throw std::runtime_error("--json " + report_json + ": the file must end in .json");
-      return ReportCommand(report_archive, targets, report_overwrite);
+      return ReportCommand(report_archive, targets, report_overwrite, report_source);
     }
     const std::vector<runreport::ReportTarget> reports = Targets(convert_reports);
     std::vector<std::string> others = refhost::SourceFiles(options.conn);

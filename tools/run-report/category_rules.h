@@ -62,9 +62,9 @@ class Verdict {
   std::string failure;
 };
 
-// A row of PAZIENTI with its card code as the driver reads it.
+// A row of PAZIENTI as the driver reads it.
 struct PatientRow {
-  const SourceRow* row = nullptr;
+  host::Value cognome;
   std::string key;  // Cod_Cart's QueryText
 };
 
