@@ -7,6 +7,7 @@
 
 #include "tools/ambulor-inspect/inspection.h"
 #include "tools/common/character_type.h"
+#include "tools/common/installation.h"
 #include "tools/common/user_database.h"
 
 int main(int argc, char** argv) {
@@ -16,6 +17,7 @@ int main(int argc, char** argv) {
   bool json = false;
   app.add_option("CONN", conn, "the user database GX_USER.FDB (path, or host:path of a server)")->required();
   app.add_flag("--json", json, "print one JSON object");
+  app.set_version_flag("--version", tools::VersionText("ambulor-inspect"));
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

@@ -172,7 +172,7 @@ SessionSetup ReadSetup(const ConvertOptions& options) {
   setup.icd9 = Catalogue::Load(Path(options.icd9_csv, options.data_dir, "icd9.csv"));
   setup.farmaci = Catalogue::Load(Path(options.farmaci_csv, options.data_dir, "farmaci.csv"));
   setup.esenzioni = Catalogue::Load(Path(options.esenzioni_csv, options.data_dir, "esenzioni.csv"));
-  setup.provinces = Provinces::Load(Path("", options.data_dir, "province.csv"));
+  setup.provinces = Provinces::Load(Path(options.province_csv, options.data_dir, "province.csv"));
   setup.stop_at_progress = options.stop_at_patient;
   setup.from = options.from;
   setup.to = options.to;

@@ -9,7 +9,6 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
-#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <memory>
@@ -17,6 +16,7 @@
 
 #include "host/failure.h"
 #include "tools/common/character_type.h"
+#include "tools/common/installation.h"
 #include "tools/common/termination.h"
 #include "tools/common/user_database.h"
 #include "tools/kairon-convert/output_files.h"
@@ -32,14 +32,6 @@ constexpr int kPluginFailed = 1;
 constexpr int kUnusable = 2;
 constexpr int kTestFalse = 3;
 constexpr int kReportFailed = 4;
-
-// libcnvKairon.so in ../lib/ beside the folder of this program.
-std::string DefaultPluginPath() {
-  std::error_code ec;
-  std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
-  if (ec) return "libcnvKairon.so";
-  return (self.parent_path() / ".." / "lib" / "libcnvKairon.so").lexically_normal().string();
-}
 
 int ReportRaised(const refhost::PluginFailure& failure) {
   std::cerr << "kairon-convert: the plug-in raised " << failure.number << ": " << failure.description << "\n";
@@ -293,7 +285,8 @@ int main(int argc, char** argv) {
 
   CLI::App app{"kairon-convert: the reference conversion host for the cnvKairon plug-in"};
   app.require_subcommand(1);
-  std::string plugin = DefaultPluginPath();
+  app.set_version_flag("--version", tools::VersionText("kairon-convert"));
+  std::string plugin = tools::InstalledPlugin();
   bool json = false;
 
   CLI::App* info = app.add_subcommand("info", "Print the plug-in's fixed properties");
@@ -307,7 +300,7 @@ int main(int argc, char** argv) {
   test->add_option("--plugin", plugin, "The plug-in library")->capture_default_str();
 
   refhost::ConvertOptions options;
-  options.data_dir = KAIRON_DATA_DIR;
+  options.data_dir = tools::InstalledCatalogues();
   std::optional<std::string> utente;
   CLI::App* convert = app.add_subcommand("convert", "Run a conversion into a new archive");
   convert->add_option("CONN", options.conn, "The connection text, as Test gets it")->required();
@@ -320,6 +313,7 @@ int main(int argc, char** argv) {
   convert->add_option("--icd9", options.icd9_csv, "The ICD9 catalogue (CSV)");
   convert->add_option("--farmaci", options.farmaci_csv, "The drug catalogue (CSV)");
   convert->add_option("--esenzioni", options.esenzioni_csv, "The exemption catalogue (CSV)");
+  convert->add_option("--province", options.province_csv, "The provinces with their region codes (CSV)");
   convert->add_option("--utente", utente, "The members of utente, as a JSON object");
   convert->add_option("--tempdir", options.tempdir, "The folder for temporary files");
   convert->add_option("--fail", options.fail, "Make the N-th call of MEMBER fail (MEMBER@N, Obj.MEMBER@N)");

@@ -7,6 +7,7 @@
 #include "host/text.h"
 #include "plugin/modConversione.h"
 #include "tools/ambulor-inspect/catalogue.h"
+#include "tools/common/installation.h"
 #include "tools/kairon-convert/catalogues.h"
 #include "tools/run-report/alignment.h"
 #include "tools/run-report/category_rules.h"
@@ -202,9 +203,9 @@ Reconciliation Reconcile(const RunRecord& run, const AccountsInputs& inputs) {
   refhost::Catalogue farmaci, esenzioni;
   try {
     farmaci = refhost::Catalogue::Load(!inputs.farmaci_csv.empty() ? inputs.farmaci_csv
-                                                                    : std::string(KAIRON_DATA_DIR) + "/farmaci.csv");
+                                                                    : tools::InstalledCatalogues() + "/farmaci.csv");
     esenzioni = refhost::Catalogue::Load(
-        !inputs.esenzioni_csv.empty() ? inputs.esenzioni_csv : std::string(KAIRON_DATA_DIR) + "/esenzioni.csv");
+        !inputs.esenzioni_csv.empty() ? inputs.esenzioni_csv : tools::InstalledCatalogues() + "/esenzioni.csv");
   } catch (const std::exception& e) {
     accounts.why_not = std::string("the host's archives can't be read: ") + e.what();
     return accounts;

@@ -74,7 +74,7 @@ struct Reconciliation {
 
 // What the accounts read besides the run, and whom they tell how far they
 // are. Empty texts: the run's own source, and the host's archives that
-// kairon-convert takes by default.
+// kairon-convert takes by default (installed with the programs).
 struct AccountsInputs {
   std::string source;                       // a connection text, as Test takes it
   std::string farmaci_csv, esenzioni_csv;   // decide whether some rows make a record (an allergy's drug code...)
