@@ -8,6 +8,8 @@
 #               archive rows and file bytes written again (build/bin/limit-bench)
 #   gbak        gbak -b of the three database files
 #   4x          the conversion of 4 x PATIENTS, for the growth of time and memory
+#   report      the run's report (HTML and JSON, with its accounts) made again
+#               from each of the two archives, against its time and memory
 # Prints a table, then one line of JSON. Samples are kept in build/bench/ and
 # reused. Needs a build (scripts/build.sh) and scripts/install-deps.sh.
 set -euo pipefail
@@ -68,10 +70,17 @@ rm -f "$work"/*.fbk
 
 read -r conversion_4x_s peak_4x_kib < <(timed "$bin/kairon-convert" convert "$large/GX_USER.FDB" --archive "$work/conversion-4x.sqlite" --overwrite)
 
-largest_file_bytes=$(sqlite3 "$work/conversion.sqlite" "SELECT COALESCE(MAX(size), 0) FROM files" 2>/dev/null || echo 0)
+report_of() {
+  timed "$bin/kairon-convert" report "$1" --json "$work/report.json" --html "$work/report.html" --overwrite
+}
+read -r report_s report_kib < <(report_of "$work/conversion.sqlite")
+read -r report_4x_s report_4x_kib < <(report_of "$work/conversion-4x.sqlite")
+
+largest_file_bytes=$(sqlite3 "$work/conversion-4x.sqlite" "SELECT COALESCE(MAX(size), 0) FROM files" 2>/dev/null || echo 0)
 
 awk -v p="$patients" -v c="$conversion_s" -v l="$limit_s" -v g="$gbak_s" -v c4="$conversion_4x_s" \
-    -v m="$peak_kib" -v m4="$peak_4x_kib" -v f="$largest_file_bytes" -v r="$runs" 'BEGIN {
+    -v m="$peak_kib" -v m4="$peak_4x_kib" -v f="$largest_file_bytes" -v r="$runs" \
+    -v rs="$report_s" -v rs4="$report_4x_s" -v rm="$report_kib" -v rm4="$report_4x_kib" 'BEGIN {
   ratio = c / l; growth = c4 / c
   printf "%-34s %10s\n", "measure (median of " r ")", "seconds"
   printf "%-34s %10.2f\n", "conversion, " p " patients", c
@@ -83,7 +92,14 @@ awk -v p="$patients" -v c="$conversion_s" -v l="$limit_s" -v g="$gbak_s" -v c4="
   printf "%-34s %10.1f\n", "peak RSS MiB, " p " patients", m / 1024
   printf "%-34s %10.1f\n", "peak RSS MiB, " 4 * p " patients", m4 / 1024
   printf "%-34s %10.2f\n", "largest stored file MiB", f / 1048576
+  printf "%-34s %10.2f\n", "report, " p " patients", rs
+  printf "%-34s %10.2f\n", "report, " 4 * p " patients", rs4
+  printf "%-34s %10.2f\n", "report / conversion at 4x", rs4 / c4
+  printf "%-34s %10.1f\n", "report peak RSS MiB, " p, rm / 1024
+  printf "%-34s %10.1f\n", "report peak RSS MiB, " 4 * p, rm4 / 1024
   printf "{\"patients\": %d, \"conversion_s\": %.3f, \"limit_s\": %.3f, \"ratio\": %.3f, \"gbak_s\": %.3f, " \
          "\"conversion_4x_s\": %.3f, \"growth_4x\": %.3f, \"peak_rss_mib\": %.1f, \"peak_rss_4x_mib\": %.1f, " \
-         "\"largest_file_mib\": %.2f}\n", p, c, l, ratio, g, c4, growth, m / 1024, m4 / 1024, f / 1048576
+         "\"largest_file_mib\": %.2f, \"report_s\": %.3f, \"report_4x_s\": %.3f, \"report_peak_rss_mib\": %.1f, " \
+         "\"report_peak_rss_4x_mib\": %.1f}\n", p, c, l, ratio, g, c4, growth, m / 1024, m4 / 1024, f / 1048576, \
+         rs, rs4, rm / 1024, rm4 / 1024
 }'

@@ -57,8 +57,8 @@ void clsAmbulor::ApriDatabase() {
     }
   };
   open(conn_user_, path_ambulor_);
-  open(conn_media_, folder + "GX_MEDIA.FDB");
-  open(conn_data_, folder + "GX_DATA.FDB");
+  open(conn_media_, source::opening::FindBeside(folder, "GX_MEDIA.FDB"));
+  open(conn_data_, source::opening::FindBeside(folder, "GX_DATA.FDB"));
 }
 
 void clsAmbulor::ChiudiDatabase() {

@@ -6,6 +6,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -13,6 +14,7 @@
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+#include <vector>
 
 #include "host/text.h"
 
@@ -151,6 +153,22 @@ bool IsLocalPath(const std::string& database) {
   // The engine reads any ":" in a path of this system as the end of a host
   // name, and "xnet://", "inet://" as protocols.
   return database.find(':') == std::string::npos;
+}
+
+std::string FindBeside(const std::string& folder, const std::string& name) {
+  const std::string exact = folder + name;
+  struct stat st;
+  if (!IsLocalPath(exact) || ::lstat(exact.c_str(), &st) == 0) return exact;
+  const std::string wanted = host::text::Upper(name);
+  std::vector<std::string> found;
+  std::error_code ec;
+  for (fs::directory_iterator entry(folder.empty() ? "." : folder, ec), end; !ec && entry != end; entry.increment(ec)) {
+    const std::string file_name = entry->path().filename().string();
+    std::error_code kind;
+    if (host::text::Upper(file_name) == wanted && entry->is_regular_file(kind)) found.push_back(file_name);
+  }
+  if (found.empty()) return exact;
+  return folder + *std::min_element(found.begin(), found.end());
 }
 
 std::string LockFolder() {

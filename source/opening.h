@@ -46,6 +46,14 @@ std::string WritersOf(unsigned major, unsigned minor);
 // opens.
 bool IsLocalPath(const std::string& database);
 
+// The path of the database file name beside the user database, whose
+// folder (with its trailing separator) is folder: folder + name when
+// something lies there or the path is a server's; otherwise the regular
+// file of that folder whose name is name in another case (files copied from
+// Windows shares often come in lower case), the first by name of several;
+// folder + name when there is none.
+std::string FindBeside(const std::string& folder, const std::string& name);
+
 // The folder where the embedded engine keeps its lock files: FIREBIRD_LOCK,
 // or /tmp/firebird.
 std::string LockFolder();

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <regex>
 #include <sstream>
 
 #include "support/fixture.h"
@@ -19,6 +20,15 @@ using fixture::Gzip;
 using host::Value;
 using runreport::CategoryAccount;
 using runreport::Reconciliation;
+
+// The run read back from a copy of its archive changed by the statements,
+// as if the host had filed otherwise.
+runreport::RunRecord Tampered(const runreport::RunRecord& run, const std::vector<std::string>& statements) {
+  const std::string copy = run.archive + ".tampered";
+  fs::copy_file(run.archive, copy, fs::copy_options::overwrite_existing);
+  for (const std::string& sql : statements) fixture::ArchiveRows(copy, sql);
+  return runreport::ReadRun(copy);
+}
 
 // The accounts in a few lines, for a failing expectation to show.
 std::string Describe(const Reconciliation& r) {
@@ -359,9 +369,11 @@ TEST_F(SmallSourceAccounts, AKeywordGivenTwiceIsAccountedOnceWithBothRuns) {
 TEST_F(SmallSourceAccounts, ADifferenceWithoutCauseIsUnexplained) {
   runreport::RunRecord run = Convert({});
   const int64_t alfa = run.patient_lines[0].patient;
-  runreport::RunRecord fewer = run;
-  fewer.received[alfa].records["Appunti"] -= 1;
-  fewer.received[alfa].records["Eventi"] += 1;
+  const std::string of_alfa = " WHERE patient_id = " + std::to_string(alfa);
+  const runreport::RunRecord fewer = Tampered(
+      run, {"DELETE FROM records WHERE id = (SELECT MIN(id) FROM records" + of_alfa + " AND store = 'Appunti')",
+            "INSERT INTO records(patient_id, store, args) SELECT patient_id, 'Eventi', args FROM records" + of_alfa +
+                " LIMIT 1"});
   const Reconciliation r = runreport::Reconcile(fewer);
   ASSERT_TRUE(r.done) << r.why_not;
   EXPECT_EQ(Account(r, "appunti").unexplained, 1) << Describe(r);
@@ -406,8 +418,14 @@ TEST(Accounts, PatientsOfOneNameAreToldApartByTheirIdentity) {
   runreport::RunRecord run =
       runreport::ReadRun(fixture::Convert((folder.path() / "src" / "GX_USER.FDB").string(), options).archive);
   ASSERT_EQ(run.patient_lines.size(), 2u);
-  std::swap(run.received[run.patient_lines[0].patient], run.received[run.patient_lines[1].patient]);
-  const Reconciliation r = runreport::Reconcile(run);
+  const std::string first = std::to_string(run.patient_lines[0].patient),
+                    second = std::to_string(run.patient_lines[1].patient);
+  const std::string other = "CASE %1 WHEN " + first + " THEN " + second + " WHEN " + second + " THEN " + first + " END";
+  auto swap = [&](const std::string& column) { return std::regex_replace(other, std::regex("%1"), column); };
+  const runreport::RunRecord other_way =
+      Tampered(run, {"UPDATE patients SET id = -id", "UPDATE patients SET id = " + swap("-id"),
+                     "UPDATE records SET patient_id = " + swap("patient_id")});
+  const Reconciliation r = runreport::Reconcile(other_way);
   ASSERT_TRUE(r.done) << r.why_not;
   EXPECT_EQ(r.unexplained, 0) << Describe(r);
   EXPECT_EQ(Stores(Account(r, "appunti")), (M{{"Appunti", "3/3"}}));

@@ -199,6 +199,67 @@ TEST_F(OpeningCauses, TheReferenceHostPrintsTheCause) {
   EXPECT_NE(convert.err.find("ODS 11.2"), std::string::npos) << convert.err;
 }
 
+// Files copied from a Windows share come with names in lower case: the
+// plug-in and the pre-flight find the media and data databases all the same.
+TEST_F(OpeningCauses, DatabasesWithNamesInLowerCaseOpen) {
+  for (const char* name : {"GX_USER.FDB", "GX_MEDIA.FDB", "GX_DATA.FDB"}) {
+    std::string lower = name;
+    for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    fs::rename(src_ / name, src_ / lower);
+  }
+  const std::string user = (src_ / "gx_user.fdb").string();
+  const Tested tested = TestSource(user);
+  EXPECT_TRUE(tested.result);
+  EXPECT_FALSE(tested.lista_medici.empty()) << tested.last_error << tested.cause;
+  EXPECT_EQ(tested.cause, "");
+
+  support::Outcome inspect = support::Run({KAIRON_INSPECT_PATH, user, "--json"}, dir_.path() / "inspect");
+  EXPECT_NE(inspect.status, 2) << inspect.err;
+  // The run's outcomes are those of the same source under its usual names.
+  const char* const kOutcomes = "SELECT text FROM messages WHERE kind != 'AddMsg' ORDER BY seq";
+  const fs::path usual = support::CopyOfSample(dir_.path(), "usual");
+  EXPECT_EQ(fixture::ArchiveRows(fixture::Convert(user).archive, kOutcomes),
+            fixture::ArchiveRows(fixture::Convert((usual / "GX_USER.FDB").string()).archive, kOutcomes));
+
+  // A name in another case doesn't stand in for a file of the right name
+  // that can't be opened, nor for a folder.
+  fs::create_directory(src_ / "GX_MEDIA.FDB");
+  EXPECT_NE(TestSource(user).cause.find("c'è una cartella"), std::string::npos);
+}
+
+// A connection text that names another file than the user database is
+// refused before the plug-in sees it, saying what to give instead.
+TEST_F(OpeningCauses, TheWrongFileIsRefusedWithTheRightOneNamed) {
+  const std::string kConvert = KAIRON_CONVERT_PATH, kPlugin = KAIRON_PLUGIN_PATH;
+  const std::string media = (src_ / "GX_MEDIA.FDB").string(), beside = (src_ / "GX_USER.FDB").string();
+  struct Case {
+    std::vector<std::string> args;
+    std::string says;
+  };
+  const std::vector<Case> cases = {
+      {{kConvert, "test", media, "--plugin", kPlugin}, "give the user database beside it, " + beside},
+      {{kConvert, "convert", (src_ / "gx_data.fdb").string(), "--archive", dir_ / "a.sqlite", "--plugin", kPlugin},
+       "is the data database"},
+      {{kConvert, "test", src_.string(), "--plugin", kPlugin}, "is a folder: give the user database in it, " + beside},
+      {{kConvert, "test", "C:\\Ambulor\\GX_USER.FDB", "--plugin", kPlugin}, "is a Windows path"},
+      {{KAIRON_INSPECT_PATH, media}, "give the user database beside it"},
+      {{KAIRON_INSPECT_PATH, "C:\\Ambulor\\GX_USER.FDB"}, "SERVER:C:\\Ambulor\\GX_USER.FDB"},
+      {{KAIRON_INSPECT_PATH, (src_ / "notes.txt").string()}, "is not a user database"},
+  };
+  int run = 0;
+  for (const Case& c : cases) {
+    support::Outcome outcome = support::Run(c.args, dir_.path() / ("run" + std::to_string(++run)));
+    EXPECT_EQ(outcome.status, 2) << c.args[1] << " " << c.args[2];
+    EXPECT_NE(outcome.err.find(c.says), std::string::npos) << outcome.err;
+  }
+  EXPECT_FALSE(fs::exists(dir_ / "a.sqlite"));
+  // The user database in lower case, and a server's path, are taken.
+  fs::rename(src_ / "GX_USER.FDB", src_ / "gx_user.FDB");
+  EXPECT_EQ(support::Run({kConvert, "test", (src_ / "gx_user.FDB").string(), "--plugin", kPlugin}, dir_.path() / "lower")
+                .status,
+            0);
+}
+
 // Another user than root: permissions and the engine's lock folder. Root
 // reads everything, so these run the host as nobody.
 class OtherUser : public OpeningCauses {

@@ -58,7 +58,7 @@ class ReportOfRun : public ::testing::Test {
     record_ = new runreport::RunRecord(runreport::ReadRun(run_->archive));
     figures_ = new runreport::Figures(runreport::MakeFigures(run_->archive, *record_, runreport::Reconcile(*record_)));
     html_ = new std::string(runreport::RenderHtml(*figures_));
-    json_ = new json(json::parse(runreport::RenderJson(*figures_).dump()));
+    json_ = new json(json::parse(runreport::RenderJson(*figures_)));
   }
   static void TearDownTestSuite() {
     delete json_;
@@ -236,7 +236,7 @@ TEST(ReportRendering, MarksUnexplainedRecordsAndShowsTheAccounts) {
 
   runreport::Figures figures = runreport::MakeFigures("a.sqlite", run, accounts);
   const std::string html = runreport::RenderHtml(figures);
-  const json report = json::parse(runreport::RenderJson(figures).dump());
+  const json report = json::parse(runreport::RenderJson(figures));
   EXPECT_NE(html.find("banner bad\">2 records unexplained"), std::string::npos);
   EXPECT_NE(html.find("<td class=\"n bad\">2</td>"), std::string::npos);
   EXPECT_EQ(html.find("<td class=\"n bad\">0</td>"), std::string::npos);
@@ -360,6 +360,34 @@ TEST_F(ReportCommandLine, RefusesAReportFileItMayNotWriteBeforeAnythingIsWritten
   EXPECT_EQ(Report({dir_ / "a.sqlite", "--html", dir_ / "ours.html"}).status, 2);
   EXPECT_EQ(Report({dir_ / "a.sqlite", "--html", dir_ / "ours.html", "--overwrite"}).status, 0);
   EXPECT_EQ(Report({dir_ / "a.sqlite", "--html", dir_ / "ours.json"}).status, 2);
+}
+
+// The archive keeps the source's path whole, so that the report is made
+// from any folder; --source points the accounts to a source that moved.
+// Meanwhile the accounts tell how far they are.
+TEST_F(ReportCommandLine, AReportIsMadeFromAnyFolderAndAgainstAMovedSource) {
+  const fs::path archive = dir_.path() / "a.sqlite";
+  support::Outcome outcome =
+      support::Run({"/bin/sh", "-c", "cd \"$0\" && exec \"$@\"", dir_.path().string(), KAIRON_CONVERT_PATH, "convert",
+                    "./src/GX_USER.FDB", "--archive", "a.sqlite", "--plugin", KAIRON_PLUGIN_PATH},
+                   dir_.path() / "relative");
+  ASSERT_TRUE(fs::exists(archive)) << outcome.err;
+  const std::string report = dir_ / "r.json";
+  auto accounts_done = [&](const std::vector<std::string>& more) {
+    std::vector<std::string> args{archive.string(), "--json", report, "--overwrite"};
+    args.insert(args.end(), more.begin(), more.end());
+    support::Outcome made = Report(args);
+    EXPECT_EQ(made.status, 0) << made.err;
+    const json figures = json::parse(support::ReadFile(report));
+    EXPECT_EQ(figures["run"]["conn"], (src_ / "GX_USER.FDB").string());
+    EXPECT_NE(made.err.find(" patients (100%)\n"), std::string::npos) << made.err;
+    return figures["accounts"]["done"].get<bool>();
+  };
+  EXPECT_TRUE(accounts_done({}));
+  fs::rename(src_, dir_.path() / "moved");
+  EXPECT_EQ(Report({archive.string(), "--json", report, "--overwrite"}).status, 0);
+  EXPECT_FALSE(json::parse(support::ReadFile(report))["accounts"]["done"].get<bool>());
+  EXPECT_TRUE(accounts_done({"--source", (dir_.path() / "moved" / "GX_USER.FDB").string()}));
 }
 
 TEST_F(ReportCommandLine, ReportOfANonArchiveSaysWhyAndWritesNothing) {

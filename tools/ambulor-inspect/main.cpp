@@ -7,6 +7,8 @@
 
 #include "tools/ambulor-inspect/inspection.h"
 #include "tools/common/character_type.h"
+#include "tools/common/installation.h"
+#include "tools/common/user_database.h"
 
 int main(int argc, char** argv) {
   tools::UseEnvironmentCharacterType();
@@ -15,10 +17,15 @@ int main(int argc, char** argv) {
   bool json = false;
   app.add_option("CONN", conn, "the user database GX_USER.FDB (path, or host:path of a server)")->required();
   app.add_flag("--json", json, "print one JSON object");
+  app.set_version_flag("--version", tools::VersionText("ambulor-inspect"));
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? 0 : 2;
+  }
+  if (std::string wrong = tools::WrongUserDatabase(conn); !wrong.empty()) {
+    std::cerr << "ambulor-inspect: " << wrong << "\n";
+    return 2;
   }
   try {
     inspect::Inspection inspection = inspect::Inspect(conn);

@@ -17,8 +17,8 @@ SourceDatabases::SourceDatabases(const std::string& conn) {
     throw Unopenable(conn + ": not the path of a GX_USER.FDB (the three databases lie in one folder)");
   const std::string folder = host::text::Left(conn, length - kUserFileNameLength);
   user_path_ = conn;
-  media_path_ = folder + FileName(SourceFile::Media);
-  data_path_ = folder + FileName(SourceFile::Data);
+  media_path_ = source::opening::FindBeside(folder, FileName(SourceFile::Media));
+  data_path_ = source::opening::FindBeside(folder, FileName(SourceFile::Data));
   for (SourceFile file : {SourceFile::User, SourceFile::Media, SourceFile::Data}) {
     const std::string& path = PathOf(file);
     try {

@@ -18,6 +18,7 @@
 #include "host/failure.h"
 #include "tools/ambulor-sample/sample.h"
 #include "tools/common/character_type.h"
+#include "tools/common/installation.h"
 #include "tools/common/termination.h"
 
 namespace {
@@ -81,6 +82,7 @@ int main(int argc, char** argv) {
       ->check(CLI::Range(0, 1000000))
       ->capture_default_str();
   app.add_flag("--force", options.force, "Overwrite databases already in the folder");
+  app.set_version_flag("--version", tools::VersionText("ambulor-sample"));
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -36,6 +36,16 @@ std::string LocalTime() {
   return text;
 }
 
+// The connection text as the archive keeps it: a path of this machine made
+// absolute, so that the run's source is found again from any folder; a
+// server's "host:path" as given.
+std::string ArchivedConn(const std::string& conn) {
+  if (conn.empty() || conn.find(':') != std::string::npos || conn.front() == '/') return conn;
+  std::error_code ec;
+  const std::filesystem::path absolute = std::filesystem::absolute(conn, ec);
+  return ec ? conn : absolute.lexically_normal().string();
+}
+
 std::string Path(const std::string& given, const std::string& data_dir, const char* name) {
   return given.empty() ? (std::filesystem::path(data_dir) / name).string() : given;
 }
@@ -162,7 +172,7 @@ SessionSetup ReadSetup(const ConvertOptions& options) {
   setup.icd9 = Catalogue::Load(Path(options.icd9_csv, options.data_dir, "icd9.csv"));
   setup.farmaci = Catalogue::Load(Path(options.farmaci_csv, options.data_dir, "farmaci.csv"));
   setup.esenzioni = Catalogue::Load(Path(options.esenzioni_csv, options.data_dir, "esenzioni.csv"));
-  setup.provinces = Provinces::Load(Path("", options.data_dir, "province.csv"));
+  setup.provinces = Provinces::Load(Path(options.province_csv, options.data_dir, "province.csv"));
   setup.stop_at_progress = options.stop_at_patient;
   setup.from = options.from;
   setup.to = options.to;
@@ -248,7 +258,7 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
     setup.utente["tempdir"] = tempdir->path();
 
   session = std::make_shared<Session>(std::move(setup));
-  int64_t run = session->archive().BeginRun(LocalTime(), options.conn, option_list);
+  int64_t run = session->archive().BeginRun(LocalTime(), ArchivedConn(options.conn), option_list);
   outcome.archived = true;
   // Once the run is under way, ending at once keeps what it filed.
   auto end_run_under_way = [&] {

@@ -11,7 +11,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
-#include <filesystem>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -20,7 +20,9 @@
 #include "source/recordset.h"
 #include "tools/ambulor-inspect/source_databases.h"
 #include "tools/common/character_type.h"
+#include "tools/common/installation.h"
 #include "tools/common/termination.h"
+#include "tools/common/user_database.h"
 #include "tools/kairon-convert/output_files.h"
 #include "tools/kairon-convert/reference_host.h"
 #include "tools/run-report/accounting.h"
@@ -38,14 +40,6 @@ constexpr int kNotAllConverted = 5;
 constexpr int kStopped = 6;
 
 constexpr const char* kProgram = "kairon-convert";
-
-// libcnvKairon.so in ../lib/ beside the folder of this program.
-std::string DefaultPluginPath() {
-  std::error_code ec;
-  std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
-  if (ec) return "libcnvKairon.so";
-  return (self.parent_path() / ".." / "lib" / "libcnvKairon.so").lexically_normal().string();
-}
 
 int ReportRaised(const refhost::PluginFailure& failure) {
   std::cerr << "kairon-convert: the plug-in raised " << failure.number << ": " << failure.description << "\n";
@@ -233,13 +227,34 @@ runreport::LiveRun LiveOf(const refhost::ConvertOutcome& outcome, const runrepor
   return live;
 }
 
-// Writes the report of the run in archive to each target. Every target is
-// tried; the status is kReportFailed if one couldn't be written.
+// Tells on standard error how far the accounts are: on a terminal one line
+// redrawn, in a log one line a tenth.
+std::function<void(size_t, size_t)> AccountsProgress() {
+  const bool terminal = isatty(STDERR_FILENO) == 1;
+  return [terminal, tenths = size_t{0}](size_t done, size_t total) mutable {
+    if (terminal) {
+      if (done % 50 == 0 || done == total)
+        std::fprintf(stderr, "\rAccounts: %zu / %zu patients%s", done, total, done == total ? "\n" : "");
+      return;
+    }
+    const size_t reached = done * 10 / total;
+    if (reached > tenths) {
+      tenths = reached;
+      std::fprintf(stderr, "Accounts: %zu / %zu patients (%zu%%)\n", done, total, reached * 10);
+    }
+  };
+}
+
+// Writes the report of the run in archive to each target, its accounts made
+// against source (empty: the run's own). Every target is tried; the status
+// is kReportFailed if one couldn't be written.
 int WriteReports(const std::vector<runreport::ReportTarget>& targets, const std::string& archive,
-                 const runreport::RunRecord& run, const std::optional<runreport::LiveRun>& live, bool overwrite) {
+                 const runreport::RunRecord& run, const std::optional<runreport::LiveRun>& live, bool overwrite,
+                 const std::string& source = "") {
   runreport::Reconciliation accounts;
   try {
-    accounts = runreport::Reconcile(run);
+    std::fflush(stdout);
+    accounts = runreport::Reconcile(run, {source, "", "", AccountsProgress()});
   } catch (const std::exception& e) {
     accounts = {};
     accounts.why_not = e.what();
@@ -252,7 +267,7 @@ int WriteReports(const std::vector<runreport::ReportTarget>& targets, const std:
       const std::string content =
           target.format == runreport::Format::Html
               ? runreport::RenderHtml(figures)
-              : runreport::RenderJson(figures).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+              : runreport::RenderJson(figures);
       runreport::WriteReport(target, content, overwrite);
       std::cout << "Report: " << target.path << "\n";
     } catch (const std::exception& e) {
@@ -312,7 +327,8 @@ int ConvertCommand(const host::ObjectRef& conversione, const refhost::ConvertOpt
   return report_status != kSuccess ? report_status : shortfall_status;
 }
 
-int ReportCommand(const std::string& archive, const std::vector<runreport::ReportTarget>& targets, bool overwrite) {
+int ReportCommand(const std::string& archive, const std::vector<runreport::ReportTarget>& targets, bool overwrite,
+                  const std::string& source) {
   runreport::RunRecord run;
   try {
     if (!std::filesystem::exists(archive)) throw std::runtime_error(archive + ": no such file");
@@ -321,7 +337,7 @@ int ReportCommand(const std::string& archive, const std::vector<runreport::Repor
   } catch (const std::exception& e) {
     return ReportUnusable(e);
   }
-  return WriteReports(targets, archive, run, std::nullopt, overwrite);
+  return WriteReports(targets, archive, run, std::nullopt, overwrite, source);
 }
 
 }  // namespace
@@ -344,7 +360,8 @@ int main(int argc, char** argv) {
       "  kairon-convert convert /srv/ambulor/GX_USER.FDB --archive studio.sqlite --report studio.html\n"
       "  (open studio.html: what arrived, what didn't and why)\n"
       "kairon-convert COMMAND --help tells what a command takes and its exit statuses.");
-  std::string plugin = DefaultPluginPath();
+  app.set_version_flag("--version", tools::VersionText("kairon-convert"));
+  std::string plugin = tools::InstalledPlugin();
   bool json = false;
 
   CLI::App* info = app.add_subcommand(
@@ -369,7 +386,7 @@ int main(int argc, char** argv) {
   test->add_option("--plugin", plugin, "The plug-in library")->capture_default_str();
 
   refhost::ConvertOptions options;
-  options.data_dir = KAIRON_DATA_DIR;
+  options.data_dir = tools::InstalledCatalogues();
   std::optional<std::string> utente;
   CLI::App* convert = app.add_subcommand(
       "convert", "Convert a source into a new archive, patient by patient, and print what arrived; --report "
@@ -412,6 +429,7 @@ int main(int argc, char** argv) {
   convert->add_option("--icd9", options.icd9_csv, "The ICD9 catalogue (CSV)");
   convert->add_option("--farmaci", options.farmaci_csv, "The drug catalogue (CSV)");
   convert->add_option("--esenzioni", options.esenzioni_csv, "The exemption catalogue (CSV)");
+  convert->add_option("--province", options.province_csv, "The provinces with their region codes (CSV)");
   convert->add_option("--utente", utente, "The members of utente, as a JSON object");
   convert->add_option("--tempdir", options.tempdir, "The folder for temporary files");
   convert->add_option("--options", options.options,
@@ -438,6 +456,9 @@ int main(int argc, char** argv) {
   report->add_option("--html", report_html, "Write the report for a person here (FILE.html)");
   report->add_option("--json", report_json, "Write the report's figures for a program here (FILE.json)");
   report->add_flag("--overwrite", report_overwrite, "Replace a report made earlier");
+  std::string report_source;
+  report->add_option("--source", report_source,
+                     "Make the accounts against this GX_USER.FDB instead of the run's own (moved or copied source)");
 
   try {
     app.parse(argc, argv);
@@ -454,6 +475,9 @@ int main(int argc, char** argv) {
 
   try {
     if (info->parsed()) return WithPlugin(plugin, [&](const host::ObjectRef& c) { return InfoCommand(c, json); });
+    for (const std::string* source : {&conn, &options.conn})
+      if (std::string wrong = tools::WrongUserDatabase(*source); !source->empty() && !wrong.empty())
+        throw std::runtime_error(wrong);
     if (test->parsed()) return WithPlugin(plugin, [&](const host::ObjectRef& c) { return TestCommand(c, conn, json); });
     if (report->parsed()) {
       if (report_html.empty() && report_json.empty()) throw std::runtime_error("report: give --html FILE or --json FILE");
@@ -464,7 +488,7 @@ int main(int argc, char** argv) {
         throw std::runtime_error("--html " + report_html + ": the file must end in .html");
       if (!report_json.empty() && targets.back().format != runreport::Format::Json)
         throw std::runtime_error("--json " + report_json + ": the file must end in .json");
-      return ReportCommand(report_archive, targets, report_overwrite);
+      return ReportCommand(report_archive, targets, report_overwrite, report_source);
     }
     const std::vector<runreport::ReportTarget> reports = Targets(convert_reports);
     std::vector<std::string> others = refhost::SourceFiles(options.conn);

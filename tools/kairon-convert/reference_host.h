@@ -117,8 +117,9 @@ struct ConvertOptions {
   std::optional<std::string> medico;                 // default: the first doctor of the list
   std::string from, to;                              // FiltroDa, FiltroA
   std::string trace;                                 // trace file, empty for none
-  std::string icd9_csv, farmaci_csv, esenzioni_csv;  // default: data/ catalogues
-  std::string data_dir;                              // where the default catalogues and province.csv lie
+  std::string icd9_csv, farmaci_csv, esenzioni_csv;  // default: the catalogues in data_dir
+  std::string province_csv;                          // default: province.csv in data_dir
+  std::string data_dir;                              // where the default catalogues lie
   std::map<std::string, std::string> utente;         // text members of utente, over DefaultUtente()
   std::string tempdir;            // overrides utente's tempdir; empty: a new temporary folder, removed at the end
   std::vector<std::string> fail;  // "MEMBER@N" or "Obj.MEMBER@N"

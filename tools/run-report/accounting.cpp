@@ -9,6 +9,7 @@
 #include "plugin/modConversione.h"
 #include "tools/ambulor-inspect/catalogue.h"
 #include "tools/ambulor-inspect/key_matching.h"
+#include "tools/common/installation.h"
 #include "tools/kairon-convert/catalogues.h"
 #include "tools/run-report/alignment.h"
 #include "tools/run-report/category_rules.h"
@@ -222,23 +223,21 @@ std::vector<SharedKeyLines> SharedKeysOfRun(source::Connection& user, const std:
 
 }  // namespace
 
-Reconciliation Reconcile(const RunRecord& run) { return Reconcile(run, HostArchiveFiles{}); }
-
-Reconciliation Reconcile(const RunRecord& run, const HostArchiveFiles& files) {
+Reconciliation Reconcile(const RunRecord& run, const AccountsInputs& inputs) {
   Reconciliation accounts;
   std::unique_ptr<inspect::SourceDatabases> databases;
   try {
-    databases = std::make_unique<inspect::SourceDatabases>(run.conn);
+    databases = std::make_unique<inspect::SourceDatabases>(!inputs.source.empty() ? inputs.source : run.conn);
   } catch (const inspect::Unopenable& unopenable) {
     accounts.why_not = unopenable.what();
     return accounts;
   }
   refhost::Catalogue farmaci, esenzioni;
   try {
-    farmaci = refhost::Catalogue::Load(!files.farmaci_csv.empty() ? files.farmaci_csv
-                                                                   : std::string(KAIRON_DATA_DIR) + "/farmaci.csv");
+    farmaci = refhost::Catalogue::Load(!inputs.farmaci_csv.empty() ? inputs.farmaci_csv
+                                                                    : tools::InstalledCatalogues() + "/farmaci.csv");
     esenzioni = refhost::Catalogue::Load(
-        !files.esenzioni_csv.empty() ? files.esenzioni_csv : std::string(KAIRON_DATA_DIR) + "/esenzioni.csv");
+        !inputs.esenzioni_csv.empty() ? inputs.esenzioni_csv : tools::InstalledCatalogues() + "/esenzioni.csv");
   } catch (const std::exception& e) {
     accounts.why_not = std::string("the host's archives can't be read: ") + e.what();
     return accounts;
@@ -248,20 +247,20 @@ Reconciliation Reconcile(const RunRecord& run, const HostArchiveFiles& files) {
   std::set<std::string> master_columns;
   for (const inspect::ColumnUse& column : inspect::Categories().front().tables.front().columns)
     master_columns.insert(column.name);
-  const SourceTable& pazienti =
-      tables.Table("PAZIENTI", inspect::SourceFile::User, master_columns, "COGNOME, NOME");
+  const SourceTable& pazienti = tables.Table("PAZIENTI", inspect::SourceFile::User, master_columns);
   if (!pazienti.present) {
     accounts.why_not = "the source has no table PAZIENTI";
     return accounts;
   }
   std::vector<DriverRow> driver_rows;
   try {
-    driver_rows = DriverRows(pazienti);
+    driver_rows = DriverRows(tables, pazienti);
   } catch (const ColumnMissing& missing) {
     accounts.why_not = "PAZIENTI has no column " + missing.column;
     return accounts;
   }
-  const std::optional<std::vector<const DriverRow*>> aligned = Align(driver_rows, run);
+  ReceivedByPatient received(run.archive);
+  const std::optional<std::vector<const DriverRow*>> aligned = Align(driver_rows, run, received);
   if (!aligned) {
     accounts.why_not =
         "the run's patient lines are no block of this source's patients in the driver's order: the archive doesn't "
@@ -302,15 +301,17 @@ Reconciliation Reconcile(const RunRecord& run, const HostArchiveFiles& files) {
   for (size_t index = 0; index < run.patient_lines.size(); ++index) {
     const LogLine& line = run.patient_lines[index];
     const DriverRow& source = *(*aligned)[index];
-    const rules::PatientRow patient{source.row, source.key};
+    const rules::PatientRow patient{source.cognome, source.key};
     rules::PatientLists lists;
     std::vector<rules::Verdict> verdicts(steps.size());
     for (size_t step = 0; step < steps.size(); ++step) (*step_rules[step])(context, patient, lists, verdicts[step]);
+    tables.NextPatient();
     const std::vector<StepReach> reaches = Reaches(line, steps, verdicts);
-    auto received = line.patient != 0 ? run.received.find(line.patient) : run.received.end();
-    Book(index, received != run.received.end() ? &received->second : nullptr, steps, verdicts, reaches,
-         step_accounts, accounts.undecoded);
+    const std::optional<PatientReceived> got =
+        line.patient != 0 ? std::optional<PatientReceived>(received.Next(line.patient)) : std::nullopt;
+    Book(index, got ? &*got : nullptr, steps, verdicts, reaches, step_accounts, accounts.undecoded);
     NoteEndingDocument(index, steps, verdicts, reaches, accounts.ending_documents);
+    if (inputs.progress) inputs.progress(index + 1, run.patient_lines.size());
   }
   for (const CategoryAccount& account : accounts.categories) accounts.unexplained += account.unexplained;
   accounts.done = true;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -89,17 +90,21 @@ struct Reconciliation {
   int64_t unexplained = 0;  // over all categories
 };
 
-// The host's archives that decide whether some rows make a record (a drug
-// code of an allergy, an exemption's key). Empty: the ones shipped in data/,
-// which kairon-convert takes by default.
-struct HostArchiveFiles {
-  std::string farmaci_csv, esenzioni_csv;
+// What the accounts read besides the run, and whom they tell how far they
+// are. Empty texts: the run's own source, and the host's archives that
+// kairon-convert takes by default (installed with the programs).
+struct AccountsInputs {
+  std::string source;                       // a connection text, as Test takes it
+  std::string farmaci_csv, esenzioni_csv;   // decide whether some rows make a record (an allergy's drug code...)
+  std::function<void(size_t done, size_t total)> progress;  // after each patient line
 };
 
-// Opens the source that run.conn names, reading only and by the plug-in's
-// own opening rules, finds the patient row of each of run's patient lines,
-// and reconciles. Never raises for the source: what stops it is why_not.
-Reconciliation Reconcile(const RunRecord& run);
-Reconciliation Reconcile(const RunRecord& run, const HostArchiveFiles& archives);
+// Opens the source, reading only and by the plug-in's own opening rules,
+// finds the patient row of each of run's patient lines, and reconciles,
+// patient by patient: what the source holds and what the archive received
+// are read again for each, so memory doesn't grow with the run. Never
+// raises for the source: what stops it is why_not. Raises
+// std::runtime_error when the archive can't be read again.
+Reconciliation Reconcile(const RunRecord& run, const AccountsInputs& inputs = {});
 
 }  // namespace runreport

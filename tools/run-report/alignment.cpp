@@ -1,19 +1,28 @@
 #include "tools/run-report/alignment.h"
 
+#include <map>
+
 #include "host/text.h"
 #include "host/value.h"
 
 namespace runreport {
 
-std::vector<DriverRow> DriverRows(const SourceTable& pazienti) {
+std::vector<DriverRow> DriverRows(SourceTables& tables, const SourceTable& pazienti) {
   std::vector<DriverRow> rows;
-  for (const SourceRow& row : pazienti.rows) {
+  tables.Each(pazienti, "COGNOME, NOME", [&](const SourceRow& row) {
     std::string key = row.QueryText("Cod_Cart");
-    if (key.empty()) continue;
-    rows.push_back({&row, std::move(key),
+    if (key.empty()) return;
+    DriverRow taken{std::move(key),
                     host::text::Upper(host::TextOf(row.Field("cognome"))) + " " +
-                        host::text::Upper(host::TextOf(row.Field("nome"))) + "..."});
-  }
+                        host::text::Upper(host::TextOf(row.Field("nome"))) + "...",
+                    row.Field("cognome"), std::nullopt};
+    try {
+      taken.identity = {host::text::Trim(host::text::Upper(host::TextOf(row.Field("CodFisc")))),
+                        host::text::Left(host::text::Trim(host::text::Upper(host::TextOf(row.Field("CodiceSSN")))), 30)};
+    } catch (const ColumnMissing&) {
+    }
+    rows.push_back(std::move(taken));
+  });
   return rows;
 }
 
@@ -29,24 +38,19 @@ std::optional<size_t> FindBlock(const std::vector<DriverRow>& rows, const std::v
   return std::nullopt;
 }
 
-// The patient's identity as ConvertiAnagrafica gives it to the host.
-bool SameIdentity(const DriverRow& row, const PatientReceived& received) {
+// The patient's identity as ConvertiAnagrafica gave it to the host.
+bool SameIdentity(const DriverRow& row, const std::map<std::string, std::string>& received) {
   auto member = [&](const char* name) {
-    auto found = received.texts.find(name);
-    return found == received.texts.end() ? std::string() : found->second;
+    auto found = received.find(name);
+    return found == received.end() ? std::string() : found->second;
   };
-  try {
-    return member("CodiceFiscale") == host::text::Trim(host::text::Upper(host::TextOf(row.row->Field("CodFisc")))) &&
-           member("Tessera") ==
-               host::text::Left(host::text::Trim(host::text::Upper(host::TextOf(row.row->Field("CodiceSSN")))), 30);
-  } catch (const ColumnMissing&) {
-    return false;
-  }
+  return row.identity && member("CodiceFiscale") == row.identity->first && member("Tessera") == row.identity->second;
 }
 
 }  // namespace
 
-std::optional<std::vector<const DriverRow*>> Align(const std::vector<DriverRow>& rows, const RunRecord& run) {
+std::optional<std::vector<const DriverRow*>> Align(const std::vector<DriverRow>& rows, const RunRecord& run,
+                                                   ReceivedByPatient& received) {
   const std::vector<LogLine>& lines = run.patient_lines;
   const std::optional<size_t> block = FindBlock(rows, lines);
   if (!block) return std::nullopt;
@@ -55,11 +59,12 @@ std::optional<std::vector<const DriverRow*>> Align(const std::vector<DriverRow>&
     size_t end = first + 1;
     while (end < lines.size() && lines[end].text == lines[first].text) ++end;
     std::vector<bool> taken(end - first, false);
-    for (size_t line = first; line < end; ++line) {
-      auto received = run.received.find(lines[line].patient);
-      if (lines[line].patient == 0 || received == run.received.end() || !received->second.imported) continue;
+    for (size_t line = first; end - first > 1 && line < end; ++line) {
+      if (lines[line].patient == 0) continue;
+      const auto master = received.MasterTexts(lines[line].patient);
+      if (!master) continue;
       for (size_t row = first; row < end; ++row)
-        if (!taken[row - first] && SameIdentity(rows[*block + row], received->second)) {
+        if (!taken[row - first] && SameIdentity(rows[*block + row], *master)) {
           taken[row - first] = true;
           aligned[line] = &rows[*block + row];
           break;

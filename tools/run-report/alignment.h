@@ -14,15 +14,19 @@
 
 namespace runreport {
 
+// What the accounts keep of a row of PAZIENTI that the driver takes.
 struct DriverRow {
-  const SourceRow* row = nullptr;
   std::string key;        // Cod_Cart as the driver binds it
   std::string line_text;  // what the driver's AddMsg gives for it
+  host::Value cognome;
+  // The tax code and card as ConvertiAnagrafica gives them to the host;
+  // none when PAZIENTI lacks their columns.
+  std::optional<std::pair<std::string, std::string>> identity;
 };
 
-// The rows of pazienti (read in the driver's order) that the driver takes.
-// Raises ColumnMissing for a missing Cod_Cart, cognome or nome.
-std::vector<DriverRow> DriverRows(const SourceTable& pazienti);
+// The rows of PAZIENTI that the driver takes, in its order. Raises
+// ColumnMissing for a missing Cod_Cart, cognome or nome.
+std::vector<DriverRow> DriverRows(SourceTables& tables, const SourceTable& pazienti);
 
 // The row of each line: the block of rows whose texts are the lines' texts,
 // in order; empty when there is none. Patients of one name stand in an
@@ -30,6 +34,7 @@ std::vector<DriverRow> DriverRows(const SourceTable& pazienti);
 // another), so among the lines of one text each goes to the row whose tax
 // code and card are those of the master record that its patient received;
 // the others take the rows left, in order.
-std::optional<std::vector<const DriverRow*>> Align(const std::vector<DriverRow>& rows, const RunRecord& run);
+std::optional<std::vector<const DriverRow*>> Align(const std::vector<DriverRow>& rows, const RunRecord& run,
+                                                   ReceivedByPatient& received);
 
 }  // namespace runreport

@@ -57,7 +57,11 @@ const std::vector<const SourceRow*>& Rows(Context& ctx, const std::string& table
     if (!at_start) throw Ends{"a quote in the key fails the query"};
     at_start->End("a quote in the key fails the query");
   }
-  return source.Where(column, key);
+  try {
+    return ctx.tables.Where(source, column, key);
+  } catch (const host::Failure& failure) {
+    throw Ends{std::to_string(failure.number()) + " " + failure.description()};
+  }
 }
 
 // Each row through the converter's body; a rule that ends the converter is
@@ -169,7 +173,7 @@ void Anagrafica(Context& ctx, const PatientRow& patient, PatientLists&, Verdict&
         row.Field(column);
       v.Make("Rapporti");
     }
-    if (Trim(host::text::Upper(TextOf(patient.row->Field("cognome")))).empty()) {
+    if (Trim(host::text::Upper(TextOf(patient.cognome))).empty()) {
       v.LeaveOut("no surname: the host refuses the master record");
       return v.End("no surname: the host refuses the master record");
     }

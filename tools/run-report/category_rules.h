@@ -72,9 +72,9 @@ class Verdict {
   std::optional<Document> ended_at;  // when a document's title ends the converter
 };
 
-// A row of PAZIENTI with its card code as the driver reads it.
+// A row of PAZIENTI as the driver reads it.
 struct PatientRow {
-  const SourceRow* row = nullptr;
+  host::Value cognome;
   std::string key;  // Cod_Cart's QueryText
 };
 

@@ -188,6 +188,7 @@ Figures MakeFigures(const std::string& archive, const RunRecord& run, const Reco
   Figures figures;
   figures.archive = archive;
   figures.run = run;
+  figures.run.file_list = {};  // files holds them, with their patients' names
   figures.live = std::move(live);
   figures.accounts_done = accounts.done;
   figures.accounts_why_not = accounts.why_not;
@@ -217,8 +218,7 @@ Figures MakeFigures(const std::string& archive, const RunRecord& run, const Reco
 
   // The records that reached each store, the master records among them.
   std::map<std::string, int64_t> per_store = run.records_per_store;
-  for (const auto& [patient, received] : run.received)
-    if (received.imported && patient != 0) ++per_store["patients"];
+  if (run.master_records > 0) per_store["patients"] = run.master_records;
 
   if (accounts.done) {
     for (const CategoryAccount& account : accounts.categories) {
@@ -260,10 +260,9 @@ Figures MakeFigures(const std::string& archive, const RunRecord& run, const Reco
   std::map<int64_t, std::string> names;
   for (const LogLine& line : run.patient_lines)
     if (line.patient != 0) names[line.patient] = PatientName(line);
-  for (const auto& [patient, received] : run.received)
-    for (const ReceivedFile& file : received.files)
-      figures.files.push_back({names.contains(patient) ? names.at(patient) : "#" + std::to_string(patient), file.id,
-                               file.title, file.name, file.size});
+  for (const ReceivedFile& file : run.file_list)
+    figures.files.push_back({names.contains(file.patient) ? names.at(file.patient) : "#" + std::to_string(file.patient),
+                             file.id, file.title, file.name, file.size});
   for (const UndecodedStream& stream : accounts.undecoded)
     figures.undecoded.push_back({stream.patient_line < run.patient_lines.size()
                                      ? PatientName(run.patient_lines[stream.patient_line])

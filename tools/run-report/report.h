@@ -94,7 +94,7 @@ struct Figures {
   };
 
   std::string archive;
-  RunRecord run;  // the parameters and result, and the driver's lines
+  RunRecord run;  // the parameters and result, the lines and the totals (its file_list left empty)
   std::optional<LiveRun> live;
   int64_t patient_lines = 0, patients_ok = 0, patients_err = 0, patients_refused = 0;
   std::string ended_with_error;  // the patient whose line ended in "Errore", when the run ended there
@@ -128,7 +128,8 @@ DetailReason ReasonOf(const std::string& detail);
 
 // One self-contained page: inline style and SVG, no script, every text escaped.
 std::string RenderHtml(const Figures& figures);
-nlohmann::ordered_json RenderJson(const Figures& figures);
+// The figures as JSON text, indented by two, ending in a line break.
+std::string RenderJson(const Figures& figures);
 
 // A size for a person, as the report and the terminal give it:
 // "12.3 MiB, 12897484 bytes" ("512 bytes" below a KiB).

@@ -47,9 +47,19 @@ ordered_json EndingDocuments(const Figures& figures) {
   return documents;
 }
 
+// The place of the list of files in the text, where no text of the run can
+// stand: a quote followed by an escaped control character.
+const char* const kFileListPlace = "\x01files\x01";
+
+ordered_json FileJson(const Figures::File& file) {
+  return {{"patient", file.patient}, {"id", file.id}, {"title", file.title}, {"name", file.name}, {"size", file.size}};
+}
+
+std::string Dump(const ordered_json& value) { return value.dump(2, ' ', false, ordered_json::error_handler_t::replace); }
+
 }  // namespace
 
-ordered_json RenderJson(const Figures& figures) {
+std::string RenderJson(const Figures& figures) {
   const RunRecord& run = figures.run;
   ordered_json report;
   report["report"] = "kairon-convert run report";
@@ -119,23 +129,33 @@ ordered_json RenderJson(const Figures& figures) {
     shared_keys.push_back({{"key", shared.key}, {"patients", shared.patients}});
   report["shared_keys"] = figures.accounts_done ? shared_keys : ordered_json(nullptr);
 
-  ordered_json files = ordered_json::array();
-  for (const Figures::File& file : figures.files)
-    files.push_back({{"patient", file.patient},
-                     {"id", file.id},
-                     {"title", file.title},
-                     {"name", file.name},
-                     {"size", file.size}});
   ordered_json undecoded = ordered_json::array();
   for (const Figures::Undecoded& stream : figures.undecoded)
     undecoded.push_back(
         {{"patient", stream.patient}, {"category", stream.category}, {"title", stream.title}, {"why", stream.why}});
   report["files"] = {{"count", run.files},
                      {"bytes", run.file_bytes},
-                     {"list", files},
+                     {"list", kFileListPlace},
                      {"undecoded", figures.accounts_done ? undecoded : ordered_json(nullptr)}};
   report["times"] = Times(figures);
-  return report;
+
+  // A run can store tens of thousands of files: their list is written into
+  // the text one file at a time, as the whole document would give it.
+  std::string text = Dump(report);
+  const std::string place = Dump(kFileListPlace);
+  const size_t at = text.find(place);
+  const size_t line = text.rfind('\n', at) + 1;
+  const std::string indent(text.find_first_not_of(' ', line) - line, ' ');
+  std::string list = "[";
+  for (size_t i = 0; i < figures.files.size(); ++i) {
+    std::string entry = Dump(FileJson(figures.files[i]));
+    for (size_t nl = 0; (nl = entry.find('\n', nl)) != std::string::npos; nl += 1 + indent.size() + 2)
+      entry.insert(nl + 1, indent + "  ");
+    list += (i == 0 ? "\n" : ",\n") + indent + "  " + entry;
+  }
+  list += figures.files.empty() ? "]" : "\n" + indent + "]";
+  text.replace(at, place.size(), list);
+  return text + "\n";
 }
 
 }  // namespace runreport

@@ -39,28 +39,6 @@ const StoredFile& SourceRow::File() const {
   return *file;
 }
 
-std::string KeyOf(const std::string& query_text) {
-  const size_t end = query_text.find_last_not_of(' ');
-  return end == std::string::npos ? std::string() : query_text.substr(0, end + 1);
-}
-
-const std::vector<const SourceRow*>& SourceTable::Where(const std::string& column, const std::string& key) const {
-  static const std::vector<const SourceRow*> none;
-  const std::string name = Lower(column);
-  auto index = indexes_.find(name);
-  if (index == indexes_.end()) {
-    auto& built = indexes_[name];
-    for (const SourceRow& row : rows) {
-      auto cell = row.cells.find(name);
-      if (cell != row.cells.end() && !cell->second.value.is_null())
-        built[KeyOf(cell->second.query_text)].push_back(&row);
-    }
-    index = indexes_.find(name);
-  }
-  auto found = index->second.find(KeyOf(key));
-  return found == index->second.end() ? none : found->second;
-}
-
 SourceTables::~SourceTables() {
   if (!scratch_.empty()) {
     std::error_code ec;
@@ -88,44 +66,84 @@ StoredFile SourceTables::Summarize(const host::Value& bytes) {
 }
 
 const SourceTable& SourceTables::Table(const std::string& table, inspect::SourceFile file,
-                                       const std::set<std::string>& columns, const std::string& order_by) {
+                                       const std::set<std::string>& columns) {
   auto known = tables_.find(table);
   if (known != tables_.end()) return known->second;
-  SourceTable& read = tables_[table];
-  read.name = table;
+  SourceTable& told = tables_[table];
+  told.name = table;
+  told.file = file;
   source::Recordset rs;
   try {
-    rs.Open("SELECT * FROM " + table + (order_by.empty() ? "" : " ORDER BY " + order_by), databases_.Of(file));
+    rs.Open("SELECT * FROM " + table + " WHERE 1 = 0", databases_.Of(file));
   } catch (const host::Failure&) {
-    return read;  // no such table
+    return told;  // no such table
   }
-  read.present = true;
-  std::set<std::string> asked;
-  for (const std::string& column : columns) asked.insert(Lower(column));
-  const bool wants_file = asked.erase("bindata") > 0;
-  bool file_missing = false;
-  for (; !rs.Eof(); rs.MoveNext()) {
-    SourceRow row;
-    for (const std::string& column : asked) {
-      if (read.missing_columns.count(column)) continue;
-      try {
-        row.cells[column] = Cell{rs.Field(column), rs.QueryText(column)};
-      } catch (const host::Failure&) {
-        read.missing_columns.insert(column);
+  told.present = true;
+  // A name that the query doesn't have fails before the end of the rows does.
+  for (const std::string& asked : columns) {
+    const std::string column = Lower(asked);
+    try {
+      rs.Field(column);
+    } catch (const host::Failure& failure) {
+      if (failure.number() == host::failures::kItemNotFound) {
+        told.missing_columns.insert(column);
+        continue;
       }
     }
-    if (wants_file && !file_missing) {
-      try {
-        row.file = Summarize(rs.Bytes("bindata"));
-      } catch (const host::Failure&) {
-        file_missing = true;
-        read.missing_columns.insert("bindata");
-      }
-    }
-    read.rows.push_back(std::move(row));
+    if (column == "bindata")
+      told.with_file = true;
+    else
+      told.columns.insert(column);
   }
   rs.Close();
-  return read;
+  return told;
+}
+
+namespace {
+
+SourceRow RowOf(const source::Recordset& rs, const SourceTable& table,
+                const std::function<StoredFile(const host::Value&)>& summarize) {
+  SourceRow row;
+  for (const std::string& column : table.columns) row.cells[column] = Cell{rs.Field(column), rs.QueryText(column)};
+  if (table.with_file) row.file = summarize(rs.Bytes("bindata"));
+  return row;
+}
+
+}  // namespace
+
+const std::vector<const SourceRow*>& SourceTables::Where(const SourceTable& table, const std::string& column,
+                                                        const std::string& key) {
+  const std::string sql = "SELECT * FROM " + table.name + " WHERE " + column + " = ?";
+  auto [at, added] = rows_.try_emplace(sql + '\0' + key);
+  Rows& read = at->second;
+  if (!added) return read.pointers;
+  const auto summarize = [this](const host::Value& bytes) { return Summarize(bytes); };
+  try {
+    source::Recordset rs;
+    // A bound value never holds a quote; the rows of such a key, which the
+    // converter's query never reaches, are still told.
+    if (key.find('\'') == std::string::npos)
+      rs.Open(sql, {key}, databases_.Of(table.file));
+    else
+      rs.Open(sql.substr(0, sql.size() - 1) + "'" + cnv::RaddoppiaApici(key) + "'", databases_.Of(table.file));
+    for (; !rs.Eof(); rs.MoveNext()) read.rows.push_back(RowOf(rs, table, summarize));
+    rs.Close();
+  } catch (...) {
+    rows_.erase(at);
+    throw;
+  }
+  for (const SourceRow& row : read.rows) read.pointers.push_back(&row);
+  return read.pointers;
+}
+
+void SourceTables::Each(const SourceTable& table, const std::string& order_by,
+                        const std::function<void(const SourceRow&)>& row) {
+  const auto summarize = [this](const host::Value& bytes) { return Summarize(bytes); };
+  source::Recordset rs;
+  for (rs.Open("SELECT * FROM " + table.name + " ORDER BY " + order_by, databases_.Of(table.file)); !rs.Eof();
+       rs.MoveNext())
+    row(RowOf(rs, table, summarize));
+  rs.Close();
 }
 
 }  // namespace runreport

@@ -1,17 +1,17 @@
-// The rows of the source's tables as the accounts need them: each table read
-// once, its rows kept in the order the database gives them, looked up by a
-// key column as the conversion's queries select them (the key's bytes as
-// stored, compared without the blanks that pad them). The binary column
-// bindata is not kept: only what the rules ask of it (Null, length, whether
-// a gzip stream decodes).
+// The rows of the source's tables as the accounts need them, asked for as
+// the conversion's queries select them: the rows whose column the database
+// finds equal to a key, in the order the database gives them, kept only
+// until the accounts move on to the next patient. The binary column bindata
+// is not kept: only what the rules ask of it (Null, length, whether a gzip
+// stream decodes).
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "host/value.h"
@@ -52,22 +52,14 @@ struct ColumnMissing {
   std::string column;
 };
 
-// A key as the database compares it: the stored bytes without trailing blanks.
-std::string KeyOf(const std::string& query_text);
-
-class SourceTable {
- public:
+// A table of the source and the columns that the accounts read of it.
+struct SourceTable {
   bool present = false;
   std::string name;
+  inspect::SourceFile file = inspect::SourceFile::User;
+  std::set<std::string> columns;          // asked for and present, lower case, bindata apart
+  bool with_file = false;                 // bindata asked for and present
   std::set<std::string> missing_columns;  // of those asked for, lower case
-  std::vector<SourceRow> rows;
-
-  // The rows whose column holds key (compared as KeyOf), in the table's
-  // order. None for a missing table or column.
-  const std::vector<const SourceRow*>& Where(const std::string& column, const std::string& key) const;
-
- private:
-  mutable std::map<std::string, std::unordered_map<std::string, std::vector<const SourceRow*>>> indexes_;
 };
 
 class SourceTables {
@@ -75,16 +67,32 @@ class SourceTables {
   explicit SourceTables(inspect::SourceDatabases& databases) : databases_(databases) {}
   ~SourceTables();
 
-  // Reads a table of file once (the first call), keeping columns (and
-  // bindata, summed up, when asked). A missing table gives present false.
-  const SourceTable& Table(const std::string& table, inspect::SourceFile file, const std::set<std::string>& columns,
-                           const std::string& order_by = "");
+  // The table of file with the columns asked for (bindata among them, when
+  // asked), told once; a missing table gives present false.
+  const SourceTable& Table(const std::string& table, inspect::SourceFile file, const std::set<std::string>& columns);
+
+  // The rows of a present table whose column the database finds equal to
+  // key, as "SELECT * FROM table WHERE column = ?" gives them. They stay
+  // until NextPatient. Raises host::Failure when the query fails.
+  const std::vector<const SourceRow*>& Where(const SourceTable& table, const std::string& column,
+                                             const std::string& key);
+
+  // Lets go of the rows that Where gave.
+  void NextPatient() { rows_.clear(); }
+
+  // Calls row for each row of a present table, read in the order given.
+  void Each(const SourceTable& table, const std::string& order_by, const std::function<void(const SourceRow&)>& row);
 
  private:
+  struct Rows {
+    std::vector<SourceRow> rows;
+    std::vector<const SourceRow*> pointers;
+  };
   StoredFile Summarize(const host::Value& bytes);
   inspect::SourceDatabases& databases_;
   std::map<std::string, SourceTable> tables_;
-  std::string scratch_;  // a private folder where gzip streams are tried
+  std::map<std::string, Rows> rows_;  // by query and key, for the patient under way
+  std::string scratch_;               // a private folder where gzip streams are tried
 };
 
 }  // namespace runreport
