@@ -181,7 +181,7 @@ TEST(ReportOfUnfileableTitles, NamesTheDocumentWhoseTitleEndedItsCategory) {
   ASSERT_TRUE(accounts.done) << accounts.why_not;
   EXPECT_EQ(accounts.unexplained, 0);
   const runreport::Figures figures = runreport::MakeFigures(run.archive, record, accounts);
-  const json report = json::parse(runreport::RenderJson(figures).dump());
+  const json report = json::parse(runreport::RenderJson(figures));
 
   ASSERT_EQ(report["err_documents"].size(), 1u) << report["err_documents"];
   const json& ended = report["err_documents"][0];
@@ -215,7 +215,7 @@ TEST(ReportOfSharedKeys, NamesThePatientsWhoseKeysTheDatabaseTakesAsOne) {
   const fixture::Run run = fixture::Convert(dir.path() / "GX_USER.FDB", options);
   const runreport::RunRecord record = runreport::ReadRun(run.archive);
   const runreport::Figures figures = runreport::MakeFigures(run.archive, record, runreport::Reconcile(record));
-  const json report = json::parse(runreport::RenderJson(figures).dump());
+  const json report = json::parse(runreport::RenderJson(figures));
   EXPECT_EQ(report["shared_keys"], json::parse(R"([{"key": "A1 ", "patients": ["BIANCHI ANNA", "ROSSI MARIO"]}])"));
   EXPECT_NE(runreport::RenderHtml(figures).find("Patients who share a key (1)"), std::string::npos);
 }
