@@ -14,11 +14,13 @@
 namespace cnv::filing {
 namespace {
 
+[[noreturn]] void RaiseBadFileName() { throw host::Failure(kBadFileName, "Nome o numero di file non valido"); }
+
 [[noreturn]] void RaiseFileFailure(int error) {
   switch (error) {
     case EINVAL:
     case ENAMETOOLONG:
-      throw host::Failure(kBadFileName, "Nome o numero di file non valido");
+      RaiseBadFileName();
     case ENOENT:
     case ENOTDIR:
       throw host::Failure(kPathNotFound, "Impossibile trovare il percorso");
@@ -27,14 +29,12 @@ namespace {
   }
 }
 
-// One component of a path, inside the folder: no separator, no NUL, and
-// neither the folder itself nor its parent.
+}  // namespace
+
 bool IsFileName(const std::string& name) {
   return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
          name.find('\0') == std::string::npos;
 }
-
-}  // namespace
 
 TempFolder::TempFolder(std::string path) : path_(std::move(path)) {}
 
@@ -118,26 +118,29 @@ std::string CleanName(const std::string& name) {
   return clean;
 }
 
-void Killfile(const std::string& path) {
-  host::Value percorso = path;
+void Killfile(const TempFolder& folder, const std::string& file_name) {
+  if (!file_name.empty() && !IsFileName(file_name)) return;
+  host::Value percorso = file_name.empty() ? std::string() : folder.PathOf(file_name);
   host::Call(host::Get(InterfaceCorrente(), "framework"), "Killfile", {host::Arg::Ref(percorso)});
 }
 
-void SalvaFile(host::Value& paziente, host::Value& id, const std::string& title, const std::string& path) {
-  host::Value percorso = path;
+void SalvaFile(host::Value& paziente, host::Value& id, const std::string& title, const TempFolder& folder,
+               const std::string& file_name) {
+  if (!IsFileName(file_name)) return;
+  host::Value percorso = folder.PathOf(file_name);
   host::Call(host::Get(paziente, "Files"), "SalvaFile", {host::Arg::Ref(id), title, host::Arg::Ref(percorso)});
 }
 
 bool File(TempFolder& folder, host::Value& paziente, host::Value& id, const std::string& title,
           const std::string& file_name, const std::vector<uint8_t>& bytes) {
-  const std::string path = folder.PathOf(file_name);
   if (IsGzip(bytes)) {
     if (DecodeGzip(bytes, folder, file_name) != kGzipDone) return false;
   } else {
-    Killfile(path);
+    if (!IsFileName(file_name)) RaiseBadFileName();
+    Killfile(folder, file_name);
     folder.Write(file_name, bytes);
   }
-  SalvaFile(paziente, id, title, path);
+  SalvaFile(paziente, id, title, folder, file_name);
   return true;
 }
 

@@ -61,6 +61,11 @@ class TempFolder {
   std::map<std::string, Identity> written_;
 };
 
+// True when file_name is one plain name of a file in the folder: not empty,
+// neither "." nor "..", without "/" or NUL. A path made of any other name
+// would lead out of the folder or to no file, so it never reaches the host.
+bool IsFileName(const std::string& file_name);
+
 // True when the content starts with 0x1F 0x8B 0x08, a gzip stream. Raises 9
 // for fewer than three bytes, which have no third byte to look at.
 bool IsGzip(const std::vector<uint8_t>& bytes);
@@ -74,17 +79,25 @@ host::Value RequiredBytes(host::Value column);
 // "_", then each "/" becomes " di " (whose blanks stay).
 std::string CleanName(const std::string& name);
 
-// framework.Killfile(path) of the host's Interface object, path by reference.
-void Killfile(const std::string& path);
+// framework.Killfile(path) of the host's Interface object, path by
+// reference, for file_name in folder; an empty file_name gives the empty
+// path. A name that isn't one file name makes no call: nothing of the
+// plug-in can lie there.
+void Killfile(const TempFolder& folder, const std::string& file_name);
 
-// Paziente.Files.SalvaFile(id, title, path): id and path by reference; the
-// host puts the reference of the stored file in id, or leaves it empty.
-void SalvaFile(host::Value& paziente, host::Value& id, const std::string& title, const std::string& path);
+// Paziente.Files.SalvaFile(id, title, path) for file_name in folder: id and
+// path by reference; the host puts the reference of the stored file in id,
+// or leaves it empty. A name that isn't one file name makes no call and
+// leaves id as it is: nothing was written there to store.
+void SalvaFile(host::Value& paziente, host::Value& id, const std::string& title, const TempFolder& folder,
+               const std::string& file_name);
 
 // Steps 2 to 4 of filing for file_name in folder: a gzip stream goes through
 // the decoder, and on its 1 to SalvaFile; any other content is written as a
 // plain file after a Killfile of its path, then SalvaFile. Gives whether
-// SalvaFile was called. Failures of the file steps and of the host pass on.
+// SalvaFile was called. A name that isn't one file name gives false for a
+// stream (the decoder can't write it) and 52 for a plain file, before any
+// call of the host. Failures of the file steps and of the host pass on.
 bool File(TempFolder& folder, host::Value& paziente, host::Value& id, const std::string& title,
           const std::string& file_name, const std::vector<uint8_t>& bytes);
 
