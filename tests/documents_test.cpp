@@ -568,9 +568,68 @@ TEST(TempFolder, WritesOnlyNamesOfTheFolderItself) {
       EXPECT_EQ(failure.number(), 52) << name;
     }
   }
+  // A link at the name is replaced by the file, never followed.
   fs::create_symlink(dir / "outside.rtf", dir.path() / "tmp" / "link.rtf");
-  EXPECT_THROW(folder.Write("link.rtf", {'{', '}'}), host::Failure);
+  folder.Write("link.rtf", {'{', '}'});
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(dir.path() / "tmp" / "link.rtf")));
   EXPECT_FALSE(fs::exists(dir / "outside.rtf"));
+}
+
+// Filing makes its own new file whatever lies at the name: a FIFO planted
+// there is removed, not opened (which would wait for a reader for ever),
+// for the plain file and the decoder's output alike.
+TEST(TempFolder, MakesItsOwnFileWhereAFifoLies) {
+  fixture::TempDir dir;
+  const fs::path tmp = dir.path() / "tmp";
+  fs::create_directory(tmp);
+  const std::vector<std::string> names = {"piano.rtf", "scansione.jpg"};
+  for (const std::string& name : names) ASSERT_EQ(mkfifo((tmp / name).c_str(), 0600), 0);
+  // A reader that comes after two seconds frees a writer that waits on the
+  // FIFO, so that a fault fails the test instead of hanging it.
+  std::atomic<bool> done = false;
+  std::vector<int> readers;
+  std::thread watchdog([&] {
+    for (int i = 0; i < 200 && !done; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (done) return;
+    for (const std::string& name : names) readers.push_back(open((tmp / name).c_str(), O_RDONLY | O_NONBLOCK));
+  });
+  {
+    cnv::filing::TempFolder folder(tmp.string());
+    folder.Write(names[0], Of("{\\rtf1}"));
+    EXPECT_EQ(cnv::filing::DecodeGzip(Gzip(Of("contenuto")), folder, names[1]), cnv::filing::kGzipDone);
+    for (const std::string& name : names) EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(tmp / name))) << name;
+    if (fs::is_regular_file(fs::symlink_status(tmp / names[1]))) {
+      EXPECT_EQ(ContentOf(tmp / names[1]), "contenuto");
+    }
+  }
+  done = true;
+  watchdog.join();
+  for (int reader : readers) close(reader);
+}
+
+// A write that fails part way (a full disk; here the limit on the size of
+// a file, which fails the same way) leaves no part of the file behind, so
+// SalvaFile finds nothing to store cut short.
+TEST(TempFolder, AFailedWriteLeavesNothingBehind) {
+  fixture::TempDir dir;
+  const fs::path tmp = dir.path() / "tmp";
+  fs::create_directory(tmp);
+  cnv::filing::TempFolder folder(tmp.string());
+  struct rlimit old {};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
+  const struct rlimit small = {1 << 20, old.rlim_max};
+  const auto old_handler = signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  int32_t number = 0;
+  try {
+    folder.Write("scansione.tif", Bytes(3000005, 's'));
+  } catch (const host::Failure& failure) {
+    number = failure.number();
+  }
+  setrlimit(RLIMIT_FSIZE, &old);
+  signal(SIGXFSZ, old_handler);
+  EXPECT_EQ(number, 75);
+  EXPECT_FALSE(fs::exists(tmp / "scansione.tif"));
 }
 
 TEST_F(CertificatesTest, InpsCertificateTextAndTypedArguments) {

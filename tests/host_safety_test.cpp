@@ -317,6 +317,34 @@ TEST_F(Refusals, AFullDiskIsNamedWithTheSummary) {
   EXPECT_NE(outcome.out.find("Stopped because"), std::string::npos);
 }
 
+// A temporary folder that fills up part way through a file (here the limit
+// on the size of a file, which fails writes as a full disk does) leaves
+// nothing for SalvaFile: the scan stores nothing rather than a part of
+// itself, and the run ends as usual.
+TEST(FullTemporaryFolder, StoresNoScanCutShort) {
+  fixture::TempDir dir;
+  {
+    auto source = sample::Archive::Create(dir / "src");
+    source->Insert("PAZIENTI", fixture::Patient("Grande", "Grande"));
+    source->Insert("IMAGES", {{"Record", host::Value::I32(1)}, {"CodCart", "Grande"},
+                              {"bindata", host::Value::Bytes(std::vector<uint8_t>(3000005, 's'))},
+                              {"Titolo", "Scansione"}, {"Settings", "tif"}});
+    source->Close();
+  }
+  // SIGXFSZ ignored, as a shell's trap leaves it for the program: writes
+  // past the limit fail with EFBIG. The limit stays above the engine's own
+  // 1 MiB files.
+  std::vector<std::string> args{"/bin/sh", "-c", "trap '' XFSZ; exec prlimit --fsize=2097152 -- \"$@\"", "sh"};
+  for (const std::string& arg : Convert(dir / "src/GX_USER.FDB", {"--archive", dir / "a.sqlite", "--options",
+                                                                  "scansioni", "--tempdir", dir / "tmp"}))
+    args.push_back(arg);
+  Outcome outcome = RunToEnd(args);
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(One(dir / "a.sqlite", "SELECT count(*) FROM files"), "0");
+  EXPECT_EQ(One(dir / "a.sqlite", "SELECT count(*) FROM records WHERE store = 'Eventi'"), "0");
+  EXPECT_TRUE(fs::is_empty(dir.path() / "tmp"));
+}
+
 TEST(AccentedPaths, WorkForSourcesArchivesTracesAndFolders) {
   fixture::TempDir dir;
   const fs::path folder = dir.path() / "accénto";

@@ -73,9 +73,20 @@ int TempFolder::Create(const std::string& file_name) {
   }
   const int folder = OpenFolder();
   if (folder < 0) return -1;
-  const int fd = openat(folder, file_name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+  // A folder at the name stays, and then the exclusive creation refuses.
+  if (unlinkat(folder, file_name.c_str(), 0) != 0 && errno != ENOENT && errno != EISDIR && errno != EPERM) return -1;
+  const int fd = openat(folder, file_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (fd >= 0) Remember(fd, file_name);
   return fd;
+}
+
+// Closes fd and removes the file it was made as, if it still lies there.
+void TempFolder::Discard(int fd, const std::string& file_name) {
+  struct stat opened {}, named {};
+  if (fstat(fd, &opened) == 0 && fstatat(folder_fd_, file_name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+      opened.st_dev == named.st_dev && opened.st_ino == named.st_ino)
+    unlinkat(folder_fd_, file_name.c_str(), 0);
+  close(fd);
 }
 
 void TempFolder::Write(const std::string& file_name, const std::vector<uint8_t>& bytes) {
@@ -86,13 +97,18 @@ void TempFolder::Write(const std::string& file_name, const std::vector<uint8_t>&
     const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
-      const int error = errno;
-      close(fd);
+      const int error = n < 0 ? errno : ENOSPC;
+      Discard(fd, file_name);
       RaiseFileFailure(error);
     }
     done += static_cast<size_t>(n);
   }
-  if (close(fd) != 0) RaiseFileFailure(errno);
+  if (close(fd) != 0) {
+    const int error = errno;
+    const int folder = OpenFolder();
+    if (folder >= 0) unlinkat(folder, file_name.c_str(), 0);
+    RaiseFileFailure(error);
+  }
 }
 
 bool IsGzip(const std::vector<uint8_t>& bytes) {

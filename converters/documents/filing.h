@@ -38,14 +38,18 @@ class TempFolder {
   // The folder, "/", and the file name (name and extension).
   std::string PathOf(const std::string& file_name) const;
 
-  // The plain-file step: creates file_name in the folder (emptied if a file
-  // lies there, never through a symbolic link), writes all the bytes in
-  // order and closes it. Raises 52 for a file name that holds "/" or NUL, is
-  // empty, "." or ".."; 76 for a missing folder; 75 for any other refusal.
+  // The plain-file step: creates file_name in the folder, writes all the
+  // bytes in order and closes it. Raises 52 for a name that isn't one file
+  // name (IsFileName), 76 for a missing folder, 75 for any other refusal.
+  // A write that fails (a full disk) removes the file first, so that no
+  // part of the content is left to be stored.
   void Write(const std::string& file_name, const std::vector<uint8_t>& bytes);
 
-  // For the decoder: opens file_name for writing as Write does and gives its
-  // descriptor (the caller closes it), or -1 when it can't be made.
+  // For the decoder: makes file_name as Write does and gives its descriptor
+  // (the caller closes it), or -1 with errno when it can't be made. Whatever
+  // lay at the name (a file, a link, a FIFO) is removed first and a new
+  // regular file created exclusively, so nothing else is ever opened and the
+  // call never waits.
   int Create(const std::string& file_name);
 
  private:
@@ -55,6 +59,7 @@ class TempFolder {
   };
   int OpenFolder();
   void Remember(int fd, const std::string& file_name);
+  void Discard(int fd, const std::string& file_name);
 
   std::string path_;
   int folder_fd_ = -1;
