@@ -341,6 +341,7 @@ int main(int argc, char** argv) {
     others.push_back(options.archive);
     others.push_back(options.trace);
     runreport::CheckTargets(reports, others, options.overwrite);
+    options.reports = convert_reports;
     if (utente) options.utente = refhost::ParseUtente(*utente);
     options.progress = isatty(STDERR_FILENO) == 1;
     options.warn = [](const std::string& warning) { std::cerr << "kairon-convert: warning: " << warning << "\n"; };
