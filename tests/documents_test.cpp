@@ -5,8 +5,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <thread>
 
 #include "converters/documents/filing.h"
 #include "converters/documents/gzip_decoder.h"
@@ -31,6 +40,11 @@ using Bytes = std::vector<uint8_t>;
 namespace fs = std::filesystem;
 
 Bytes Of(const std::string& s) { return Bytes(s.begin(), s.end()); }
+
+std::string ContentOf(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
 
 Bytes Join(Bytes a, const Bytes& b) {
   a.insert(a.end(), b.begin(), b.end());
@@ -59,7 +73,7 @@ class Conversion {
  public:
   Conversion(const std::string& opzioni, const std::function<void(sample::Archive&)>& fill,
              std::vector<std::string> fail = {}, const std::vector<sample::Table>& schema = sample::DefaultSchema()) {
-    auto archive = sample::Archive::Create(dir_.path().string(), schema);
+    auto archive = sample::Archive::Create((dir_.path() / "fonte").string(), schema);
     fill(*archive);
     archive->Close();
     tempdir_ = dir_.path() / "cartella" / "tmp";
@@ -67,7 +81,7 @@ class Conversion {
     options.options = opzioni;
     options.tempdir = tempdir_.string();
     options.fail = std::move(fail);
-    run_ = fixture::Convert(dir_ / "GX_USER.FDB", options);
+    run_ = fixture::Convert(dir_ / "fonte/GX_USER.FDB", options);
   }
 
   const fixture::Run& run() const { return run_; }
@@ -306,6 +320,77 @@ TEST(ImagesOrderTest, LongRecordsAreKeysOfTheirOwn) {
   EXPECT_THAT(recordings.Saved("Lunghi", "Appunti"), SizeIs(2));
 }
 
+// A title and an extension that together lead out of the temporary folder
+// ("." and "/../x.txt" make "../../x.txt") reach no host call, in any
+// category: the file that lies where they point is neither stored nor
+// removed. The row goes as for a file that can't be written, without its
+// calls: a scan stores nothing, a stream is passed over, and a plain file
+// ends the other categories with 52.
+class EscapingNames {
+ public:
+  static constexpr const char* kOutside = "segreto";
+
+  // The file where "<tempdir>/../../x.txt" points, written with the source.
+  static void Plant(sample::Archive& a) {
+    std::ofstream(fs::path(a.user_path()).parent_path().parent_path() / "x.txt") << kOutside;
+  }
+
+  static void ExpectNothingOutsideTouched(const Conversion& c) {
+    const fs::path planted = c.tempdir().parent_path().parent_path() / "x.txt";
+    EXPECT_THAT(c.StrayFiles(), ElementsAre(planted.string()));
+    EXPECT_EQ(ContentOf(planted), kOutside);
+    for (const json& line : c.run().trace) {
+      if (line["op"] != "call") continue;
+      std::string path;
+      if (line["member"] == "Killfile") path = line["args"][0]["value"];
+      if (line["member"] == "SalvaFile") path = line["args"][2]["value"];
+      if (path.empty()) continue;
+      const std::string folder = c.tempdir().string() + "/";
+      ASSERT_TRUE(path.starts_with(folder)) << path;
+      EXPECT_TRUE(cnv::filing::IsFileName(path.substr(folder.size()))) << path;
+    }
+  }
+};
+
+TEST(EscapingNamesTest, ScansStoreNothingAndTheOtherRowsAreFiledAsEver) {
+  Conversion c("scansioni", [](sample::Archive& a) {
+    EscapingNames::Plant(a);
+    a.Insert("PAZIENTI", fixture::Patient("Fuga", "Fuga"));
+    a.Insert("IMAGES", Image(1, "Fuga", Value::Bytes(Of("piano")), ".", "/../x.txt"));
+    a.Insert("IMAGES", Image(2, "Fuga", Value::Bytes(Gzip(Of("compresso"))), ".", "/../x.txt"));
+    a.Insert("IMAGES", Image(3, "Fuga", Value::Bytes(Of("JPEG3")), "Eco", "jpg"));
+  });
+  EXPECT_EQ(c.Outcome("Fuga"), "OK");
+  EXPECT_THAT(c.Steps("Fuga"), ElementsAre("Killfile", "SalvaFile", "Killfile", "Eventi"));
+  EscapingNames::ExpectNothingOutsideTouched(c);
+}
+
+TEST(EscapingNamesTest, PlainFilesEndTheirCategoryBeforeAnyCallAndStreamsArePassedOver) {
+  Conversion c("piani terapeutici;referti;registrazioni private", [](sample::Archive& a) {
+    EscapingNames::Plant(a);
+    for (const char* p : {"Piano", "Referto", "Privata"}) a.Insert("PAZIENTI", fixture::Patient(p, p));
+    a.Insert("PIANOTERAP", {{"CodCart", "Piano"}, {"COD_SCAN", "S"}, {"CODPIANO", "P9"}, {"DataRedaz", Date{2022, 3, 4}}});
+    a.Insert("SCANSIONI", {{"CODESAME", "P9"}, {"bindata", Value::Bytes(Of("pagina"))}, {"Titolo", "."},
+                           {"Settings", "/../x.txt"}});
+    // An exam's stream under the name, then a short image, which gives the
+    // path of the row before to Killfile, then an image of its own.
+    a.Insert("ESAMI", {{"RECORD", Value::I32(80)}, {"CodCart", "Referto"}, {"tipo", Value::I32(1)},
+                       {"Data", Date{2020, 2, 3}}, {"Testo", "Rx torace"}, {"CODESAME", "EX8"}});
+    a.Insert("REFERTI", {{"Record", Value::I32(81)}, {"CodCart", "Referto"}, {"CODESAME", "EX8"}, {"Testo", "ok"}});
+    a.Insert("IMAGES", Image(30, "Referto", Value::Bytes(Gzip(Of("compresso"))), ".", "/../x.txt", {{"CodEsame", "EX8"}}));
+    a.Insert("IMAGES", Image(31, "Referto", Value::Bytes(Of("xy")), "corto", "jpg", {{"CodEsame", "EX8"}}));
+    a.Insert("IMAGES", Image(32, "Referto", Value::Bytes(Of("lastra")), "Rx", "jpg", {{"CodEsame", "EX8"}}));
+    a.Insert("IMAGES", Image(33, "Privata", Value::Bytes(Of("audio")), ".", "/../x.txt"));
+  });
+  EXPECT_EQ(c.Outcome("Piano"), "PIANO MARIO - Piani Terapeutici Errore 52 Nome o numero di file non valido");
+  EXPECT_THAT(c.Steps("Piano"), IsEmpty());
+  EXPECT_EQ(c.Outcome("Referto"), "OK");
+  EXPECT_THAT(c.Steps("Referto"), ElementsAre("Killfile", "SalvaFile", "Killfile", "RefertiEsami"));
+  EXPECT_EQ(c.Outcome("Privata"), "PRIVATA MARIO - Registrazioni Private Errore 52 Nome o numero di file non valido");
+  EXPECT_THAT(c.Steps("Privata"), IsEmpty());
+  EscapingNames::ExpectNothingOutsideTouched(c);
+}
+
 // Reports by the kind of their exam.
 class ReportsTest : public ::testing::Test {
  protected:
@@ -476,12 +561,13 @@ TEST_F(CertificatesTest, TwoBytesHaveNoThirdToLookAt) {
 }
 
 TEST_F(CertificatesTest, TitlesThatAreNoFileNameFailAndNothingLeavesTheFolder) {
-  // The first Killfile of the row names a path outside the temporary folder,
-  // which the host refuses.
-  EXPECT_EQ(c_->Outcome("Sale"), "SALE MARIO - Certificati Errore 75 Errore di accesso al percorso/file");
+  // A plain file under a title that leads out of the folder fails before
+  // its path reaches the host.
+  EXPECT_EQ(c_->Outcome("Sale"), "SALE MARIO - Certificati Errore 52 Nome o numero di file non valido");
+  EXPECT_THAT(c_->Steps("Sale"), IsEmpty());
   // The stream under "a/b" is refused by the decoder without failure; the
-  // plain file under it fails.
-  EXPECT_THAT(c_->Steps("Barra"), ElementsAre("Killfile", "Killfile", "Killfile"));
+  // plain file under it fails. Neither path reaches the host.
+  EXPECT_THAT(c_->Steps("Barra"), IsEmpty());
   EXPECT_EQ(c_->Outcome("Barra"), "BARRA MARIO - Certificati Errore 52 Nome o numero di file non valido");
   // ".." with its extension is the name "...rtf", inside the folder.
   auto files = c_->Calls("Punti", ".Files", "SalvaFile");
@@ -506,9 +592,68 @@ TEST(TempFolder, WritesOnlyNamesOfTheFolderItself) {
       EXPECT_EQ(failure.number(), 52) << name;
     }
   }
+  // A link at the name is replaced by the file, never followed.
   fs::create_symlink(dir / "outside.rtf", dir.path() / "tmp" / "link.rtf");
-  EXPECT_THROW(folder.Write("link.rtf", {'{', '}'}), host::Failure);
+  folder.Write("link.rtf", {'{', '}'});
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(dir.path() / "tmp" / "link.rtf")));
   EXPECT_FALSE(fs::exists(dir / "outside.rtf"));
+}
+
+// Filing makes its own new file whatever lies at the name: a FIFO planted
+// there is removed, not opened (which would wait for a reader for ever),
+// for the plain file and the decoder's output alike.
+TEST(TempFolder, MakesItsOwnFileWhereAFifoLies) {
+  fixture::TempDir dir;
+  const fs::path tmp = dir.path() / "tmp";
+  fs::create_directory(tmp);
+  const std::vector<std::string> names = {"piano.rtf", "scansione.jpg"};
+  for (const std::string& name : names) ASSERT_EQ(mkfifo((tmp / name).c_str(), 0600), 0);
+  // A reader that comes after two seconds frees a writer that waits on the
+  // FIFO, so that a fault fails the test instead of hanging it.
+  std::atomic<bool> done = false;
+  std::vector<int> readers;
+  std::thread watchdog([&] {
+    for (int i = 0; i < 200 && !done; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (done) return;
+    for (const std::string& name : names) readers.push_back(open((tmp / name).c_str(), O_RDONLY | O_NONBLOCK));
+  });
+  {
+    cnv::filing::TempFolder folder(tmp.string());
+    folder.Write(names[0], Of("{\\rtf1}"));
+    EXPECT_EQ(cnv::filing::DecodeGzip(Gzip(Of("contenuto")), folder, names[1]), cnv::filing::kGzipDone);
+    for (const std::string& name : names) EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(tmp / name))) << name;
+    if (fs::is_regular_file(fs::symlink_status(tmp / names[1]))) {
+      EXPECT_EQ(ContentOf(tmp / names[1]), "contenuto");
+    }
+  }
+  done = true;
+  watchdog.join();
+  for (int reader : readers) close(reader);
+}
+
+// A write that fails part way (a full disk; here the limit on the size of
+// a file, which fails the same way) leaves no part of the file behind, so
+// SalvaFile finds nothing to store cut short.
+TEST(TempFolder, AFailedWriteLeavesNothingBehind) {
+  fixture::TempDir dir;
+  const fs::path tmp = dir.path() / "tmp";
+  fs::create_directory(tmp);
+  cnv::filing::TempFolder folder(tmp.string());
+  struct rlimit old {};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
+  const struct rlimit small = {1 << 20, old.rlim_max};
+  const auto old_handler = signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  int32_t number = 0;
+  try {
+    folder.Write("scansione.tif", Bytes(3000005, 's'));
+  } catch (const host::Failure& failure) {
+    number = failure.number();
+  }
+  setrlimit(RLIMIT_FSIZE, &old);
+  signal(SIGXFSZ, old_handler);
+  EXPECT_EQ(number, 75);
+  EXPECT_FALSE(fs::exists(tmp / "scansione.tif"));
 }
 
 TEST_F(CertificatesTest, InpsCertificateTextAndTypedArguments) {

@@ -203,7 +203,7 @@ class FaultSweep : public ::testing::Test {
     dir_ = new fixture::TempDir;
     sample::SampleOptions options;
     options.patients = kPatients;
-    sample::GenerateSample(dir_->path().string(), options);
+    sample::GenerateSample(*dir_ / "source", options);
   }
   static void TearDownTestSuite() {
     delete dir_;
@@ -217,7 +217,7 @@ class FaultSweep : public ::testing::Test {
     convert.archive = *dir_ / (name + ".sqlite");
     convert.trace = *dir_ / (name + ".jsonl");
     convert.tempdir = *dir_ / "tmp";
-    return fixture::Convert(*dir_ / "GX_USER.FDB", convert);
+    return fixture::Convert(*dir_ / "source/GX_USER.FDB", convert);
   }
 
   bool TemporaryFolderEmpty() {

@@ -258,11 +258,38 @@ TEST_F(Refusals, AnArchiveInUseOrUnfinishedIsLeftAlone) {
 }
 
 TEST_F(Refusals, TemporaryFoldersThatCantBeUsedStopTheRunBeforeIt) {
-  ExpectRefused({"--archive", dir_ / "new.sqlite", "--tempdir", dir_ / "absent"}, "--tempdir can't be used");
+  ExpectRefused({"--archive", dir_ / "new.sqlite", "--tempdir", dir_ / "absent/new"}, "--tempdir can't be used");
   ExpectRefused({"--archive", dir_ / "new.sqlite", "--tempdir", archive_}, "is not a folder");
-  ExpectRefused({"--archive", dir_ / "new.sqlite", "--utente", R"({"tempdir": "/nonexistent"})"},
+  ExpectRefused({"--archive", dir_ / "new.sqlite", "--utente", R"({"tempdir": "/nonexistent/new"})"},
                 "tempdir of --utente");
   ExpectRefused({"--archive", dir_ / "new.sqlite"}, "TMPDIR names /nonexistent", {"TMPDIR=/nonexistent"});
+}
+
+// The plug-in's Killfile calls name files of the temporary folder by titles
+// of the source: a folder that holds anything, that is the source's folder
+// or lies in it (by any path), or that holds what the run writes, is
+// refused. A new folder, and an empty one apart from all these, are taken.
+TEST_F(Refusals, TemporaryFoldersThatOverlapTheSourceOrTheOutputsAreRefused) {
+  fs::create_directory(dir_ / "out");
+  fs::create_directory_symlink(dir_ / "src", dir_ / "alias");
+  std::ofstream(dir_ / "tmp/resto.rtf") << "left by another program";
+  const std::string fresh = dir_ / "new.sqlite";
+  ExpectRefused({"--archive", fresh, "--tempdir", dir_ / "src"}, "is the source's folder");
+  ExpectRefused({"--archive", fresh, "--tempdir", dir_ / "src/tmp"}, "is the source's folder");
+  ExpectRefused({"--archive", fresh, "--tempdir", dir_ / "alias"}, "is the source's folder");
+  ExpectRefused({"--archive", fresh, "--tempdir", dir_ / "out/../src/"}, "is the source's folder");
+  ExpectRefused({"--archive", fresh, "--utente", "{\"tempdir\": \"" + (dir_ / "src") + "\"}"},
+                "tempdir of --utente can't be used");
+  ExpectRefused({"--archive", dir_ / "out/a.sqlite", "--tempdir", dir_ / "out"}, "holds the archive");
+  ExpectRefused({"--archive", fresh, "--trace", dir_ / "out/t.jsonl", "--tempdir", dir_ / "out"}, "holds the trace");
+  ExpectRefused({"--archive", fresh, "--report", dir_ / "out/r.json", "--tempdir", dir_ / "out"}, "holds the report");
+  ExpectRefused({"--archive", fresh, "--tempdir", dir_ / "tmp"}, "is not empty");
+
+  for (const char* folder : {"out", "nuova"}) {
+    Outcome taken = RunToEnd(Convert(user_, {"--archive", dir_ / (std::string(folder) + ".sqlite"), "--options",
+                                             "scansioni", "--tempdir", dir_ / folder}));
+    EXPECT_EQ(taken.status, 0) << folder << taken.err;
+  }
 }
 
 TEST_F(Refusals, OverwriteReplacesAnEarlierRunWhole) {
@@ -320,6 +347,34 @@ TEST_F(Refusals, AFullDiskIsNamedWithTheSummary) {
   EXPECT_NE(outcome.out.find("Stopped because"), std::string::npos);
 }
 
+// A temporary folder that fills up part way through a file (here the limit
+// on the size of a file, which fails writes as a full disk does) leaves
+// nothing for SalvaFile: the scan stores nothing rather than a part of
+// itself, and the run ends as usual.
+TEST(FullTemporaryFolder, StoresNoScanCutShort) {
+  fixture::TempDir dir;
+  {
+    auto source = sample::Archive::Create(dir / "src");
+    source->Insert("PAZIENTI", fixture::Patient("Grande", "Grande"));
+    source->Insert("IMAGES", {{"Record", host::Value::I32(1)}, {"CodCart", "Grande"},
+                              {"bindata", host::Value::Bytes(std::vector<uint8_t>(3000005, 's'))},
+                              {"Titolo", "Scansione"}, {"Settings", "tif"}});
+    source->Close();
+  }
+  // SIGXFSZ ignored, as a shell's trap leaves it for the program: writes
+  // past the limit fail with EFBIG. The limit stays above the engine's own
+  // 1 MiB files.
+  std::vector<std::string> args{"/bin/sh", "-c", "trap '' XFSZ; exec prlimit --fsize=2097152 -- \"$@\"", "sh"};
+  for (const std::string& arg : Convert(dir / "src/GX_USER.FDB", {"--archive", dir / "a.sqlite", "--options",
+                                                                  "scansioni", "--tempdir", dir / "tmp"}))
+    args.push_back(arg);
+  Outcome outcome = RunToEnd(args);
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_EQ(One(dir / "a.sqlite", "SELECT count(*) FROM files"), "0");
+  EXPECT_EQ(One(dir / "a.sqlite", "SELECT count(*) FROM records WHERE store = 'Eventi'"), "0");
+  EXPECT_TRUE(fs::is_empty(dir.path() / "tmp"));
+}
+
 TEST(AccentedPaths, WorkForSourcesArchivesTracesAndFolders) {
   fixture::TempDir dir;
   const fs::path folder = dir.path() / "accénto";
@@ -327,11 +382,12 @@ TEST(AccentedPaths, WorkForSourcesArchivesTracesAndFolders) {
     fs::remove_all(folder);
     Outcome made = RunToEnd({kSample, "--out", folder.string(), "--patients", "12"}, {locale});
     ASSERT_EQ(made.status, 0) << locale << made.err;
-    fs::create_directory(folder / "temporanei è");
+    fs::remove_all(dir.path() / "temporanei è");
+    fs::create_directory(dir.path() / "temporanei è");
     Outcome converted = RunToEnd(Convert((folder / "GX_USER.FDB").string(),
                                     {"--archive", (folder / "archivio ò.sqlite").string(), "--trace",
                                      (folder / "traccia €.jsonl").string(), "--tempdir",
-                                     (folder / "temporanei è").string()}),
+                                     (dir.path() / "temporanei è").string()}),
                             {locale});
     EXPECT_EQ(converted.status, kPlantedFailures) << locale << converted.err;
     EXPECT_GT(std::atoi(One((folder / "archivio ò.sqlite").string(), "SELECT count(*) FROM patients").c_str()), 5)

@@ -285,7 +285,6 @@ TEST_F(HostileContent, FilesOfEveryAwkwardSizeFormAndName) {
                                            std::string("x\0y", 3), std::string(300, 'x'), "",
                                            std::string(150, 'e') + "\xC3\xA8" + std::string(150, 'e')};
   int patients = 0;
-  std::string source_folder;
   fixture::Run run = ConvertWith(LongTextSchema(), [&](sample::Archive& archive) {
     auto add = [&](const Value& content, const std::string& title,
                    std::vector<const char*> tables = {"IMAGES", "MODULI", "SCANSIONI"}) {
@@ -308,12 +307,11 @@ TEST_F(HostileContent, FilesOfEveryAwkwardSizeFormAndName) {
     for (const std::string& content : huge) add(Bytes(content), "Documento", {"MODULI"});
     add(Value::Null(), "Documento");
     for (const std::string& title : titles) add(Bytes("{\\rtf1 testo}"), title);
-    source_folder = std::filesystem::path(archive.user_path()).parent_path().string();
   });
   ExpectEveryPatientAccounted(run, patients);
 
   // Nothing is left in the temporary folder, nothing was written beside it.
-  EXPECT_TRUE(std::filesystem::is_empty(std::filesystem::path(source_folder) / "tmp"));
+  EXPECT_TRUE(std::filesystem::is_empty(run.tempdir));
   for (const auto& entry : std::filesystem::recursive_directory_iterator(dir_.path()))
     EXPECT_EQ(entry.path().filename().string().find("fuori"), std::string::npos) << entry.path();
 

@@ -489,7 +489,7 @@ class VisitConversione : public host::Object {
 TEST(VisitPrescriptions, OneRecordOneHeaderOneItem) {
   fixture::TempDir dir;
   {
-    auto archive = sample::Archive::Create(dir.path().string());
+    auto archive = sample::Archive::Create(dir / "src");
     archive->Insert("ESAMI", {{"RECORD", Value::I32(501)}, {"CodCart", "V1"}, {"tipo", Value::I32(2)},
                               {"Data", Date{2024, 2, 10}}, {"Testo", "visita diabetologica"},
                               {"Esenzione", "013"}, {"Indicaz", "Diabete mellito"}, {"CodRif", "89.7"}});
@@ -499,7 +499,7 @@ TEST(VisitPrescriptions, OneRecordOneHeaderOneItem) {
     archive->Close();
   }
   refhost::ConvertOptions options;
-  options.conn = dir / "GX_USER.FDB";
+  options.conn = dir / "src/GX_USER.FDB";
   options.archive = dir / "kairon.sqlite";
   options.trace = dir / "trace.jsonl";
   options.data_dir = KAIRON_DATA_DIR;

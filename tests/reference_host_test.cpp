@@ -18,6 +18,7 @@
 
 #include "host/failure.h"
 #include "support/fixture.h"
+#include "tools/kairon-convert/archive.h"
 #include "tools/kairon-convert/catalogues.h"
 #include "tools/kairon-convert/file_content.h"
 #include "tools/kairon-convert/typed_value.h"
@@ -58,7 +59,7 @@ class FakeConversione : public host::Object {
 class ReferenceHostTest : public ::testing::Test {
  protected:
   ReferenceHostTest() {
-    options_.conn = dir_ / "GX_USER.FDB";
+    options_.conn = dir_ / "src/GX_USER.FDB";
     options_.archive = dir_ / "kairon.sqlite";
     options_.trace = dir_ / "trace.jsonl";
     options_.data_dir = KAIRON_DATA_DIR;
@@ -266,14 +267,17 @@ TEST_F(ReferenceHostTest, PrescriptionsKeepTheMembersOfTheirSalva) {
 }
 
 TEST_F(ReferenceHostTest, SalvaFileStoresTheFileAndKillfileForgivesMissingOnes) {
-  std::string path = WriteFile("Eco_addome di pelvi.jpg", std::string("\xFF\xD8\x00x", 4));
+  // The temporary folder must be empty when the run starts: the file comes
+  // during the run, as the plug-in's would.
+  std::string path;
   Run([&](const host::Value& iface) {
+    path = WriteFile("tmp/Eco_addome di pelvi.jpg", std::string("\xFF\xD8\x00x", 4));
     host::Value files = host::Get(NewPatient(iface, "ROSSI"), "Files");
     host::Value id = "", title = "Eco_addome di pelvi", where = path;
     host::Call(files, "SalvaFile", {host::Arg::Ref(id), title, host::Arg::Ref(where)});
     EXPECT_EQ(id, host::Value("F1"));
 
-    host::Value none = "", missing = (dir_ / "missing.jpg");
+    host::Value none = "", missing = (dir_ / "tmp/missing.jpg");
     host::Call(files, "SalvaFile", {host::Arg::Ref(none), "missing", host::Arg::Ref(missing)});
     EXPECT_EQ(none, host::Value(""));
 
@@ -312,17 +316,19 @@ TEST_F(ReferenceHostTest, KillfileRemovesOnlyWhatLiesInTheTemporaryFolder) {
   const std::string sibling = WriteFile("tmp2/f.txt", "x");
   fs::create_directory(dir_ / "altrove");
   const std::string elsewhere = WriteFile("altrove/f.txt", "x");
-  fs::create_directory_symlink(dir_ / "altrove", tmp / "sub");
-  fs::create_symlink(outside, tmp / "link.txt");
-  const std::string inside = WriteFile("tmp/vero.txt", "x");
-  fs::create_symlink(inside, tmp / "alias.txt");
-  fs::create_symlink(dir_ / "nessuno.txt", tmp / "rotto.txt");
-  fs::create_directory(tmp / "cartella");
-  const std::string plain = WriteFile("tmp/referto.rtf", "x");
-  WriteFile("tmp/...rtf", "x");
+  const std::string inside = dir_ / "tmp/vero.txt", plain = dir_ / "tmp/referto.rtf";
 
   std::vector<std::pair<std::string, int32_t>> outcomes;
   Run([&](const host::Value& iface) {
+    // What lies in the temporary folder comes during the run.
+    fs::create_directory_symlink(dir_ / "altrove", tmp / "sub");
+    fs::create_symlink(outside, tmp / "link.txt");
+    WriteFile("tmp/vero.txt", "x");
+    fs::create_symlink(inside, tmp / "alias.txt");
+    fs::create_symlink(dir_ / "nessuno.txt", tmp / "rotto.txt");
+    fs::create_directory(tmp / "cartella");
+    WriteFile("tmp/referto.rtf", "x");
+    WriteFile("tmp/...rtf", "x");
     host::Value framework = host::Get(iface, "framework");
     const std::vector<std::string> paths = {
         tmp.string() + "/../fuori.txt", dir_ / "tmp2/f.txt", tmp / "sub/f.txt", tmp / "link.txt",
@@ -368,14 +374,15 @@ TEST_F(ReferenceHostTest, SalvaFileDigestsWhatItStoresAndNumbersOnlyFiles) {
   options_.trace.clear();
   std::string content;
   for (int i = 0; i < 200000; ++i) content += static_cast<char>(i * 7919 % 251);
-  const std::string large = WriteFile("scansione.tif", content);
-  const std::string empty = WriteFile("vuoto.txt", "");
-  const std::string fifo = dir_ / "coda";
-  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const std::string large = dir_ / "tmp/scansione.tif", empty = dir_ / "tmp/vuoto.txt", fifo = dir_ / "tmp/coda";
   std::vector<std::string> ids;
   Run([&](const host::Value& iface) {
+    WriteFile("tmp/scansione.tif", content);
+    WriteFile("tmp/vuoto.txt", "");
+    EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    std::filesystem::create_directory(dir_ / "tmp/cartella");
     host::Value files = host::Get(NewPatient(iface, "ROSSI"), "Files");
-    for (const std::string& path : {large, options_.tempdir, fifo, empty}) {
+    for (const std::string& path : {large, dir_ / "tmp/cartella", fifo, empty}) {
       host::Value id = "", where = path;
       host::Call(files, "SalvaFile", {host::Arg::Ref(id), "titolo", host::Arg::Ref(where)});
       ids.push_back(host::TextOf(id));
@@ -391,6 +398,86 @@ TEST_F(ReferenceHostTest, SalvaFileDigestsWhatItStoresAndNumbersOnlyFiles) {
             (std::vector<std::vector<std::string>>{
                 {"F1", "200000", sha, hex},
                 {"F2", "0", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855", ""}}));
+}
+
+// SalvaFile stores only what lies in the temporary folder: a path that
+// leads out of it ("..", a link, a sibling folder) or names the folder
+// itself fails its call with 75, and the file there is neither read for the
+// trace nor stored. A link that stays in the folder is followed.
+TEST_F(ReferenceHostTest, SalvaFileTakesOnlyFilesOfTheTemporaryFolder) {
+  namespace fs = std::filesystem;
+  const fs::path tmp = options_.tempdir;
+  const std::string outside = WriteFile("fuori.txt", "segreto");
+  fs::create_directory(dir_ / "tmp2");
+  const std::string sibling = WriteFile("tmp2/f.txt", "segreto");
+  const std::string inside = dir_ / "tmp/vero.txt";
+
+  std::vector<std::pair<std::string, int32_t>> outcomes;
+  Run([&](const host::Value& iface) {
+    fs::create_symlink(outside, tmp / "link.txt");
+    WriteFile("tmp/vero.txt", "vero");
+    fs::create_symlink(inside, tmp / "alias.txt");
+    host::Value files = host::Get(NewPatient(iface, "ROSSI"), "Files");
+    for (const std::string& path : {tmp.string() + "/../fuori.txt", sibling, (tmp / "link.txt").string(),
+                                    tmp.string(), (tmp / "alias.txt").string(), inside,
+                                    (tmp / "mancante.txt").string()}) {
+      host::Value id = "", where = path;
+      int32_t number = 0;
+      try {
+        host::Call(files, "SalvaFile", {host::Arg::Ref(id), "titolo", host::Arg::Ref(where)});
+      } catch (const host::Failure& failure) {
+        number = failure.number();
+      }
+      outcomes.emplace_back(path.substr(dir_.path().string().size() + 1) + " " + host::TextOf(id), number);
+    }
+    return true;
+  });
+
+  EXPECT_EQ(outcomes, (std::vector<std::pair<std::string, int32_t>>{{"tmp/../fuori.txt ", 75},
+                                                                     {"tmp2/f.txt ", 75},
+                                                                     {"tmp/link.txt ", 75},
+                                                                     {"tmp ", 75},
+                                                                     {"tmp/alias.txt F1", 0},
+                                                                     {"tmp/vero.txt F2", 0},
+                                                                     {"tmp/mancante.txt ", 0}}));
+  EXPECT_EQ(Rows("SELECT count(*) FROM files WHERE hex(content) = hex('segreto')"),
+            (std::vector<std::vector<std::string>>{{"0"}}));
+  for (const json& call : Calls("SalvaFile")) {
+    if (call.contains("failed")) {
+      EXPECT_TRUE(call["file"].is_null()) << call.dump();
+    }
+  }
+}
+
+// A file larger than a row of the archive holds fails its call, before
+// anything of it is written; the run goes on and files the next ones.
+TEST_F(ReferenceHostTest, AFileTooLargeForTheArchiveFailsOnlyItsCall) {
+  refhost::Archive::LimitRowLengthForTesting(100000);
+  const std::string large = dir_ / "tmp/grande.tif", small = dir_ / "tmp/piccolo.tif";
+  std::vector<int32_t> failures;
+  refhost::ConvertOutcome outcome = Run([&](const host::Value& iface) {
+    WriteFile("tmp/grande.tif", std::string(150000, 'g'));
+    WriteFile("tmp/piccolo.tif", "piccolo");
+    for (const char* cognome : {"ROSSI", "VERDI"}) {
+      host::Value files = host::Get(NewPatient(iface, cognome), "Files");
+      for (const std::string& path : {large, small}) {
+        host::Value id = "", where = path;
+        try {
+          host::Call(files, "SalvaFile", {host::Arg::Ref(id), "titolo", host::Arg::Ref(where)});
+        } catch (const host::Failure& failure) {
+          failures.push_back(failure.number());
+        }
+      }
+    }
+    return true;
+  });
+  refhost::Archive::LimitRowLengthForTesting(0);
+
+  EXPECT_TRUE(outcome.write_failure.empty()) << outcome.write_failure;
+  EXPECT_TRUE(outcome.result);
+  EXPECT_EQ(failures, (std::vector<int32_t>{1002, 1002}));
+  EXPECT_EQ(Rows("SELECT id, patient_id, size FROM files ORDER BY rowid"),
+            (std::vector<std::vector<std::string>>{{"F1", "1", "7"}, {"F2", "2", "7"}}));
 }
 
 TEST_F(ReferenceHostTest, FailPlanCountsCallsOverTheWholeRun) {

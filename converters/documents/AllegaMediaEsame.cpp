@@ -19,7 +19,7 @@ void clsAmbulor::AllegaMediaEsame(host::Value& paziente, const std::string& cod_
   filing::TempFolder cartella(path_ambulor_);
   source::Recordset rs;
   rs.Open("SELECT * from IMAGES where (CodEsame = ?)", {cod_esame}, conn_media_);
-  std::string percorso;
+  std::string file;  // of the last row that made one; empty before
   for (; !rs.Eof(); rs.MoveNext()) {
     host::Value id = "";
     const host::Value contenuto = filing::RequiredBytes(rs.Bytes("bindata"));
@@ -33,8 +33,7 @@ void clsAmbulor::AllegaMediaEsame(host::Value& paziente, const std::string& cod_
         nome = host::text::Left(originale, lunghezza - 4);
       }
       nome = filing::CleanName(nome);
-      const std::string file = nome + "." + TextOf(rs.Field("Settings"));
-      percorso = cartella.PathOf(file);
+      file = nome + "." + TextOf(rs.Field("Settings"));
       if (filing::File(cartella, paziente, id, nome, file, bytes)) {
         immagini_usate_->Add("I" + rs.QueryText("Record"));
         SegnaMediaUsato(TextOf(rs.Field("MediaCode")));
@@ -44,7 +43,7 @@ void clsAmbulor::AllegaMediaEsame(host::Value& paziente, const std::string& cod_
       if (!TextOf(lista_id).empty()) lista_id = TextOf(lista_id) + ",";
       lista_id = TextOf(lista_id) + TextOf(id);
     }
-    filing::Killfile(percorso);
+    filing::Killfile(cartella, file);
   }
   rs.Close();
 }

@@ -11,7 +11,8 @@ namespace cnv {
 // certificate, any other content filed as it is and saved as a marked note.
 // The title is the file name as it stands (no default, nothing replaced), so
 // a title that isn't one file name fails when a plain file is written, and
-// a stream under it is refused by the decoder. The record is saved whatever
+// a stream under it is refused by the decoder; no path made of such a title
+// reaches the host. The record is saved whatever
 // reference the store gave. A Null or 1-byte document is passed over; one of
 // 2 bytes has no third byte to look at and fails.
 bool clsAmbulor::ConvertiCertificati(const std::string& cod_cart, host::Value& paziente) {
@@ -27,21 +28,20 @@ bool clsAmbulor::ConvertiCertificati(const std::string& cod_cart, host::Value& p
       if (bytes.size() < 2) continue;
       const std::string titolo = TextOf(rs.Field("Titolo"));
       const std::string file = titolo + ".rtf";
-      const std::string percorso = cartella.PathOf(file);
-      filing::Killfile(percorso);
+      filing::Killfile(cartella, file);
       if (filing::IsGzip(bytes)) {
         if (filing::DecodeGzip(bytes, cartella, file) == filing::kGzipDone) {
-          filing::SalvaFile(paziente, id, titolo, percorso);
+          filing::SalvaFile(paziente, id, titolo, cartella, file);
           host::Call(host::Get(paziente, "Certificati"), "Salva", {"", DateText(rs.Field("Data")), titolo, TextOf(id)});
         }
       } else {
         cartella.Write(file, bytes);
-        filing::SalvaFile(paziente, id, titolo, percorso);
+        filing::SalvaFile(paziente, id, titolo, cartella, file);
         host::Call(host::Get(paziente, "Appunti"), "Salva",
                    {"", DateText(rs.Field("Data")), host::Value::Bool(true), host::Value::Bool(false), titolo, titolo,
                     TextOf(id)});
       }
-      filing::Killfile(percorso);
+      filing::Killfile(cartella, file);
     }
     rs.Close();
     return true;

@@ -37,7 +37,7 @@ bool clsAmbulor::ConvertiPianiTerapeutici(const std::string& cod_cart, host::Val
             nome = filing::CleanName(nome);
             const std::string file = nome + "." + TextOf(scansione.Field("Settings"));
             filing::File(cartella, paziente, id, nome, file, bytes);
-            filing::Killfile(cartella.PathOf(file));
+            filing::Killfile(cartella, file);
           }
         }
         scansione.Close();

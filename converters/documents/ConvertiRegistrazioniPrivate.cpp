@@ -30,7 +30,7 @@ bool clsAmbulor::ConvertiRegistrazioniPrivate(const std::string& cod_cart, host:
         nome = filing::CleanName(nome);
         const std::string file = nome + "." + TextOf(rs.Field("Settings"));
         filing::File(cartella, paziente, id, nome, file, bytes);
-        filing::Killfile(cartella.PathOf(file));
+        filing::Killfile(cartella, file);
       }
       if (!TextOf(id).empty()) {
         host::Call(host::Get(paziente, "Appunti"), "Salva",

@@ -24,8 +24,10 @@ void PassaOltre(Step&& step) {
 // The images of IMAGES that no other category took, each filed and saved as
 // an event. Within a row every step stands alone: one that fails is passed
 // over, so a file that can't be written still reaches SalvaFile (which then
-// stores nothing) and a failing Salva still marks the image as taken. Only
-// a query that can't be opened or walked ends the converter in its trap.
+// stores nothing) and a failing Salva still marks the image as taken. A name
+// that isn't one file name reaches no host call at all: the row stores
+// nothing. Only a query that can't be opened or walked ends the converter in
+// its trap.
 bool clsAmbulor::ConvertiScansioni(const std::string& cod_cart, host::Value& paziente) {
   try {
     ImpostaCartellaTemporanea();
@@ -53,18 +55,17 @@ bool clsAmbulor::ConvertiScansioni(const std::string& cod_cart, host::Value& paz
         nome = filing::CleanName(nome);
         PassaOltre([&] { estensione = "." + TextOf(rs.Field("Settings")); });
         const std::string file = nome + estensione;
-        const std::string percorso = cartella.PathOf(file);
 
         if (filing::IsGzip(bytes)) {
           int32_t esito = 0;
           PassaOltre([&] { esito = filing::DecodeGzip(bytes, cartella, file); });
-          if (esito == filing::kGzipDone) PassaOltre([&] { filing::SalvaFile(paziente, id, nome, percorso); });
+          if (esito == filing::kGzipDone) PassaOltre([&] { filing::SalvaFile(paziente, id, nome, cartella, file); });
         } else {
-          PassaOltre([&] { filing::Killfile(percorso); });
+          PassaOltre([&] { filing::Killfile(cartella, file); });
           PassaOltre([&] { cartella.Write(file, bytes); });
-          PassaOltre([&] { filing::SalvaFile(paziente, id, nome, percorso); });
+          PassaOltre([&] { filing::SalvaFile(paziente, id, nome, cartella, file); });
         }
-        PassaOltre([&] { filing::Killfile(percorso); });
+        PassaOltre([&] { filing::Killfile(cartella, file); });
       }
 
       if (!TextOf(id).empty()) {

@@ -15,11 +15,13 @@
 namespace cnv::filing {
 namespace {
 
+[[noreturn]] void RaiseBadFileName() { throw host::Failure(kBadFileName, "Nome o numero di file non valido"); }
+
 [[noreturn]] void RaiseFileFailure(int error) {
   switch (error) {
     case EINVAL:
     case ENAMETOOLONG:
-      throw host::Failure(kBadFileName, "Nome o numero di file non valido");
+      RaiseBadFileName();
     case ENOENT:
     case ENOTDIR:
       throw host::Failure(kPathNotFound, "Impossibile trovare il percorso");
@@ -67,9 +69,20 @@ int TempFolder::Create(const std::string& file_name) {
   }
   const int folder = OpenFolder();
   if (folder < 0) return -1;
-  const int fd = openat(folder, file_name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+  // A folder at the name stays, and then the exclusive creation refuses.
+  if (unlinkat(folder, file_name.c_str(), 0) != 0 && errno != ENOENT && errno != EISDIR && errno != EPERM) return -1;
+  const int fd = openat(folder, file_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (fd >= 0) Remember(fd, file_name);
   return fd;
+}
+
+// Closes fd and removes the file it was made as, if it still lies there.
+void TempFolder::Discard(int fd, const std::string& file_name) {
+  struct stat opened {}, named {};
+  if (fstat(fd, &opened) == 0 && fstatat(folder_fd_, file_name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+      opened.st_dev == named.st_dev && opened.st_ino == named.st_ino)
+    unlinkat(folder_fd_, file_name.c_str(), 0);
+  close(fd);
 }
 
 void TempFolder::Write(const std::string& file_name, const std::vector<uint8_t>& bytes) {
@@ -80,13 +93,18 @@ void TempFolder::Write(const std::string& file_name, const std::vector<uint8_t>&
     const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
-      const int error = errno;
-      close(fd);
+      const int error = n < 0 ? errno : ENOSPC;
+      Discard(fd, file_name);
       RaiseFileFailure(error);
     }
     done += static_cast<size_t>(n);
   }
-  if (close(fd) != 0) RaiseFileFailure(errno);
+  if (close(fd) != 0) {
+    const int error = errno;
+    const int folder = OpenFolder();
+    if (folder >= 0) unlinkat(folder, file_name.c_str(), 0);
+    RaiseFileFailure(error);
+  }
 }
 
 bool IsGzip(const std::vector<uint8_t>& bytes) {
@@ -112,26 +130,29 @@ std::string CleanName(const std::string& name) {
   return clean;
 }
 
-void Killfile(const std::string& path) {
-  host::Value percorso = path;
+void Killfile(const TempFolder& folder, const std::string& file_name) {
+  if (!file_name.empty() && !IsFileName(file_name)) return;
+  host::Value percorso = file_name.empty() ? std::string() : folder.PathOf(file_name);
   host::Call(host::Get(InterfaceCorrente(), "framework"), "Killfile", {host::Arg::Ref(percorso)});
 }
 
-void SalvaFile(host::Value& paziente, host::Value& id, const std::string& title, const std::string& path) {
-  host::Value percorso = path;
+void SalvaFile(host::Value& paziente, host::Value& id, const std::string& title, const TempFolder& folder,
+               const std::string& file_name) {
+  if (!IsFileName(file_name)) return;
+  host::Value percorso = folder.PathOf(file_name);
   host::Call(host::Get(paziente, "Files"), "SalvaFile", {host::Arg::Ref(id), title, host::Arg::Ref(percorso)});
 }
 
 bool File(TempFolder& folder, host::Value& paziente, host::Value& id, const std::string& title,
           const std::string& file_name, const std::vector<uint8_t>& bytes) {
-  const std::string path = folder.PathOf(file_name);
   if (IsGzip(bytes)) {
     if (DecodeGzip(bytes, folder, file_name) != kGzipDone) return false;
   } else {
-    Killfile(path);
+    if (!IsFileName(file_name)) RaiseBadFileName();
+    Killfile(folder, file_name);
     folder.Write(file_name, bytes);
   }
-  SalvaFile(paziente, id, title, path);
+  SalvaFile(paziente, id, title, folder, file_name);
   return true;
 }
 

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "converters/documents/file_name.h"
 #include "host/value.h"
 
 namespace cnv::filing {
@@ -38,14 +39,18 @@ class TempFolder {
   // The folder, "/", and the file name (name and extension).
   std::string PathOf(const std::string& file_name) const;
 
-  // The plain-file step: creates file_name in the folder (emptied if a file
-  // lies there, never through a symbolic link), writes all the bytes in
-  // order and closes it. Raises 52 for a file name that holds "/" or NUL, is
-  // empty, "." or ".."; 76 for a missing folder; 75 for any other refusal.
+  // The plain-file step: creates file_name in the folder, writes all the
+  // bytes in order and closes it. Raises 52 for a name that isn't one file
+  // name (IsFileName), 76 for a missing folder, 75 for any other refusal.
+  // A write that fails (a full disk) removes the file first, so that no
+  // part of the content is left to be stored.
   void Write(const std::string& file_name, const std::vector<uint8_t>& bytes);
 
-  // For the decoder: opens file_name for writing as Write does and gives its
-  // descriptor (the caller closes it), or -1 when it can't be made.
+  // For the decoder: makes file_name as Write does and gives its descriptor
+  // (the caller closes it), or -1 with errno when it can't be made. Whatever
+  // lay at the name (a file, a link, a FIFO) is removed first and a new
+  // regular file created exclusively, so nothing else is ever opened and the
+  // call never waits.
   int Create(const std::string& file_name);
 
  private:
@@ -55,6 +60,7 @@ class TempFolder {
   };
   int OpenFolder();
   void Remember(int fd, const std::string& file_name);
+  void Discard(int fd, const std::string& file_name);
 
   std::string path_;
   int folder_fd_ = -1;
@@ -74,17 +80,25 @@ host::Value RequiredBytes(host::Value column);
 // "_", then each "/" becomes " di " (whose blanks stay).
 std::string CleanName(const std::string& name);
 
-// framework.Killfile(path) of the host's Interface object, path by reference.
-void Killfile(const std::string& path);
+// framework.Killfile(path) of the host's Interface object, path by
+// reference, for file_name in folder; an empty file_name gives the empty
+// path. A name that isn't one file name makes no call: nothing of the
+// plug-in can lie there.
+void Killfile(const TempFolder& folder, const std::string& file_name);
 
-// Paziente.Files.SalvaFile(id, title, path): id and path by reference; the
-// host puts the reference of the stored file in id, or leaves it empty.
-void SalvaFile(host::Value& paziente, host::Value& id, const std::string& title, const std::string& path);
+// Paziente.Files.SalvaFile(id, title, path) for file_name in folder: id and
+// path by reference; the host puts the reference of the stored file in id,
+// or leaves it empty. A name that isn't one file name makes no call and
+// leaves id as it is: nothing was written there to store.
+void SalvaFile(host::Value& paziente, host::Value& id, const std::string& title, const TempFolder& folder,
+               const std::string& file_name);
 
 // Steps 2 to 4 of filing for file_name in folder: a gzip stream goes through
 // the decoder, and on its 1 to SalvaFile; any other content is written as a
 // plain file after a Killfile of its path, then SalvaFile. Gives whether
-// SalvaFile was called. Failures of the file steps and of the host pass on.
+// SalvaFile was called. A name that isn't one file name gives false for a
+// stream (the decoder can't write it) and 52 for a plain file, before any
+// call of the host. Failures of the file steps and of the host pass on.
 bool File(TempFolder& folder, host::Value& paziente, host::Value& id, const std::string& title,
           const std::string& file_name, const std::vector<uint8_t>& bytes);
 

@@ -106,12 +106,16 @@ Run Convert(const std::string& user_path, refhost::ConvertOptions options) {
   if (options.archive.empty()) options.archive = (folder / "kairon.sqlite").string();
   if (options.trace.empty()) options.trace = (folder / "trace.jsonl").string();
   if (options.data_dir.empty()) options.data_dir = KAIRON_DATA_DIR;
-  if (options.tempdir.empty()) options.tempdir = (folder / "tmp").string();
+  Run run;
+  if (options.tempdir.empty()) {
+    run.own_tempdir = std::make_shared<TempDir>();
+    options.tempdir = run.own_tempdir->path().string();
+  }
   std::filesystem::create_directories(options.tempdir);
   options.overwrite = true;
 
-  Run run;
   run.archive = options.archive;
+  run.tempdir = options.tempdir;
   run.outcome = refhost::Convert(std::make_shared<cnv::Conversione>(), options);
   std::ifstream trace(options.trace);
   for (std::string line; std::getline(trace, line);) run.trace.push_back(json::parse(line));

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -46,6 +47,8 @@ struct Run {
   refhost::ConvertOutcome outcome;
   std::vector<json> trace;
   std::string archive;
+  std::string tempdir;                  // the temporary folder of the run
+  std::shared_ptr<TempDir> own_tempdir;  // holds it when Convert chose it
 
   // The trace lines of calls of member on objects whose name ends in
   // object_suffix ("Pressione", "Interface"), in order; calls that the host
@@ -58,7 +61,9 @@ struct Run {
 };
 
 // Converts the archive whose GX_USER.FDB lies at user_path. options.conn,
-// archive, trace and data_dir are filled in when left empty.
+// archive, trace and data_dir are filled in when left empty; without a
+// tempdir the run gets a new folder apart from the source's, which goes
+// with the Run.
 Run Convert(const std::string& user_path, refhost::ConvertOptions options = {});
 
 // The rows of a query on an SQLite file, each column as text ("NULL" for

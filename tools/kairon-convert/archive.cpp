@@ -44,6 +44,12 @@ constexpr const char* kTables[][8] = {
 // The length of a SHA-256 digest in hex.
 constexpr size_t kSha256HexLength = 64;
 
+// What a files row takes besides its texts and content: the record's header
+// and its two integers, with room to spare.
+constexpr int64_t kFileRowOverhead = 256;
+
+int row_length_for_testing = 0;
+
 // How long an operation waits for another program that holds the file.
 constexpr int kBusyMilliseconds = 5000;
 
@@ -139,6 +145,7 @@ std::unique_ptr<Archive> Archive::Open(const std::string& path) {
     throw WriteError("cannot open the archive " + path + ": " + cause);
   }
   sqlite3_busy_timeout(db, kBusyMilliseconds);
+  if (row_length_for_testing > 0) sqlite3_limit(db, SQLITE_LIMIT_LENGTH, row_length_for_testing);
   std::unique_ptr<Archive> archive(new Archive(db));
   // A crash of the program loses no committed patient; a crash of the
   // machine may, which is the price of not syncing at every patient.
@@ -384,6 +391,17 @@ std::optional<std::string> Archive::AddFileDigesting(const StoredFile& file, int
   if (sqlite3_blob_write(blob, sha256.data(), static_cast<int>(sha256.size()), 0) != SQLITE_OK) Fail(db_);
   return sha256;
 }
+
+bool Archive::Holds(const StoredFile& file) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (db_ == nullptr) return true;
+  const int64_t longest = sqlite3_limit(db_, SQLITE_LIMIT_LENGTH, -1);
+  const int64_t texts = static_cast<int64_t>(file.id.size() + file.title.size() + file.name.size()) +
+                        static_cast<int64_t>(kSha256HexLength);
+  return file.size <= longest - texts - kFileRowOverhead;
+}
+
+void Archive::LimitRowLengthForTesting(int bytes) { row_length_for_testing = bytes; }
 
 void Archive::AddMessage(const std::string& kind, const std::string& text) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);

@@ -72,6 +72,13 @@ class Archive {
   // place of file.sha256; gives that digest. Nullopt, and no row, when fd
   // can't be read; WriteError when it ends before file.size bytes.
   std::optional<std::string> AddFileDigesting(const StoredFile& file, int fd);
+  // Whether one row of files holds file (its size and its texts) within the
+  // longest row that SQLite takes on this archive (1 GB unless lowered): a
+  // file that doesn't fit is refused before anything of it is written.
+  bool Holds(const StoredFile& file);
+  // The longest row of the archives opened from now on, for tests of files
+  // that don't fit; 0 leaves SQLite's own.
+  static void LimitRowLengthForTesting(int bytes);
   void AddMessage(const std::string& kind, const std::string& text);
 
   // Commits and closes the file, leaving it without journal beside it. Any

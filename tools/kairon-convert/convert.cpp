@@ -20,6 +20,7 @@
 #include "host/failure.h"
 #include "tools/kairon-convert/objects.h"
 #include "tools/kairon-convert/output_files.h"
+#include "tools/kairon-convert/paths.h"
 #include "tools/kairon-convert/reference_host.h"
 #include "tools/kairon-convert/typed_value.h"
 
@@ -68,11 +69,20 @@ std::string* FindMember(std::map<std::string, std::string>& utente, std::string_
   return nullptr;
 }
 
-// Why a folder given for temporary files can't be used, in words; empty if
-// it can.
-std::string UnusableFolder(const std::string& path) {
+// Why a folder for temporary files can't be used, in words; empty if it
+// can. A new folder (nothing of its name there yet) is made by the plug-in,
+// one level, so its parent must be usable.
+std::string UnusableFolder(const std::string& path, bool may_be_new) {
   struct stat st {};
-  if (stat(path.c_str(), &st) != 0) return path + " doesn't exist";
+  if (stat(path.c_str(), &st) != 0) {
+    std::filesystem::path folder(path);
+    if (!folder.has_filename()) folder = folder.parent_path();  // a final "/"
+    const std::string parent = folder.parent_path().string();
+    if (errno != ENOENT || !may_be_new) return path + " doesn't exist";
+    if (std::string why = UnusableFolder(parent.empty() ? "." : parent, false); !why.empty())
+      return path + " is new, and its parent can't be used: " + why;
+    return "";
+  }
   if (!S_ISDIR(st.st_mode)) return path + " is not a folder";
   struct statvfs fs_info {};
   if (statvfs(path.c_str(), &fs_info) == 0 && (fs_info.f_flag & ST_RDONLY) != 0)
@@ -81,22 +91,44 @@ std::string UnusableFolder(const std::string& path) {
   return "";
 }
 
+// Why a folder given for temporary files would let the plug-in's Killfile
+// calls, which name files in it, reach what isn't its own; empty if not. It
+// must hold nothing yet, lie apart from the source's folder, and hold none
+// of the files that the run writes. Paths are compared as they resolve.
+std::string OverlappingFolder(const std::string& path, const std::string& source_folder,
+                              const std::vector<std::pair<std::string, std::string>>& outputs) {
+  if (LeadsInto(path, source_folder))
+    return path + " is the source's folder " + source_folder + " or lies inside it";
+  for (const auto& [what, file] : outputs)
+    if (!file.empty() && LeadsInto(file, path)) return path + " holds the " + what + " " + file;
+  struct stat st {};
+  if (stat(path.c_str(), &st) == 0) {
+    std::error_code ec;
+    const bool empty = std::filesystem::is_empty(path, ec);
+    if (ec) return path + " can't be read: " + CauseOf(ec.value());
+    if (!empty) return path + " is not empty (give a new or empty folder)";
+  }
+  return "";
+}
+
 // The folder for temporary files: the one given, or a new one under the
 // system's temporary folder (TMPDIR, else /tmp) that goes with this object.
 class TemporaryFolder {
  public:
   // Raises std::runtime_error, naming the cause, when the folder given can't
-  // be used; creates nothing.
-  static void Check(const std::string& given, const char* option) {
+  // be used (see UnusableFolder and OverlappingFolder); creates nothing.
+  static void Check(const std::string& given, const char* option, const std::string& source_folder,
+                    const std::vector<std::pair<std::string, std::string>>& outputs) {
     if (given.empty()) {
       std::string system = SystemFolder();
-      if (std::string why = UnusableFolder(system); !why.empty())
+      if (std::string why = UnusableFolder(system, false); !why.empty())
         throw std::runtime_error("no folder for temporary files: TMPDIR names " + system + ", and " + why +
                                  " (set TMPDIR to a folder, or give --tempdir)");
       return;
     }
-    if (std::string why = UnusableFolder(given); !why.empty())
-      throw std::runtime_error(std::string(option) + " can't be used: " + why);
+    std::string why = UnusableFolder(given, true);
+    if (why.empty()) why = OverlappingFolder(given, source_folder, outputs);
+    if (!why.empty()) throw std::runtime_error(std::string(option) + " can't be used: " + why);
   }
 
   explicit TemporaryFolder(const std::string& given) : path_(given) {
@@ -211,7 +243,13 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
   std::string* utente_tempdir = FindMember(setup.utente, "tempdir");
   const bool tempdir_of_utente = options.tempdir.empty() && utente_tempdir != nullptr;
   const std::string given_tempdir = tempdir_of_utente ? *utente_tempdir : options.tempdir;
-  TemporaryFolder::Check(given_tempdir, tempdir_of_utente ? "tempdir of --utente" : "--tempdir");
+  std::vector<std::pair<std::string, std::string>> written{{"archive", options.archive}, {"trace", options.trace}};
+  for (const std::string& report : options.reports) written.emplace_back("report", report);
+  const std::string source_folder = std::filesystem::path(paths.sources.empty() ? "" : paths.sources.front())
+                                        .parent_path()
+                                        .string();
+  TemporaryFolder::Check(given_tempdir, tempdir_of_utente ? "tempdir of --utente" : "--tempdir",
+                         source_folder.empty() ? "." : source_folder, written);
 
   const CatalogueColumns read_columns[] = {
       {"--icd9", &SessionSetup::icd9, {"ID", "Descrizione"}},

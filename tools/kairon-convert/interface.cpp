@@ -9,6 +9,7 @@
 #include "host/failure.h"
 #include "host/text.h"
 #include "tools/kairon-convert/objects.h"
+#include "tools/kairon-convert/paths.h"
 
 namespace refhost {
 
@@ -141,55 +142,14 @@ class FrameworkObject : public HostObject {
   // 75, and nothing is looked at there.
   void Killfile(const std::string& path) {
     if (host::text::Trim(path).empty()) return;
+    const std::string* folder = TemporaryFolderOf(session().setup().utente);
+    if (folder == nullptr || !InTemporaryFolder(path, *folder))
+      throw host::Failure(kPathAccessError, "Errore di accesso al percorso/file");
     std::error_code ec;
-    std::filesystem::file_status status;
-    if (!DirectlyInTemporaryFolder(path, status)) {
-      if (!InTemporaryFolder(path)) throw host::Failure(kPathAccessError, "Errore di accesso al percorso/file");
-      status = std::filesystem::symlink_status(path, ec);
-      if (ec) return;
-    }
-    if (std::filesystem::is_directory(status) || !std::filesystem::exists(status)) return;
+    const std::filesystem::file_status status = std::filesystem::symlink_status(path, ec);
+    if (ec || std::filesystem::is_directory(status) || !std::filesystem::exists(status)) return;
     if (!std::filesystem::remove(path, ec) && ec)
       throw host::Failure(kPathAccessError, "Errore di accesso al percorso/file");
-  }
-
-  // The temporary folder as utente gives it; nullptr without one.
-  const std::string* TemporaryFolder() {
-    for (const auto& [member, folder] : session().setup().utente)
-      if (host::SameName(member, "tempdir")) return &folder;
-    return nullptr;
-  }
-
-  // The usual case, decided without resolving anything: path is the
-  // temporary folder as utente spells it, "/", and one name that is neither
-  // "." nor ".." nor a symbolic link (whose target would have to be
-  // resolved). Then the file lies in the folder, wherever the folder's own
-  // path leads; status is what lies at path (not_found for nothing). False
-  // leaves the question to InTemporaryFolder.
-  bool DirectlyInTemporaryFolder(const std::string& path, std::filesystem::file_status& status) {
-    const std::string* folder = TemporaryFolder();
-    if (folder == nullptr || folder->empty() || folder->find('\0') != std::string::npos) return false;
-    const size_t slash = path.rfind('/');
-    if (slash == std::string::npos || std::string_view(path).substr(0, slash) != *folder) return false;
-    const std::string_view name = std::string_view(path).substr(slash + 1);
-    if (name.empty() || name == "." || name == ".." || name.find('\0') != std::string_view::npos) return false;
-    std::error_code ec;
-    status = std::filesystem::symlink_status(path, ec);
-    if (ec && status.type() != std::filesystem::file_type::not_found) return false;
-    return !std::filesystem::is_symlink(status);
-  }
-
-  // True when path, its links and ".." resolved, lies below the temporary
-  // folder.
-  bool InTemporaryFolder(const std::string& path) {
-    const std::string* folder = TemporaryFolder();
-    if (folder == nullptr) return false;
-    std::error_code ec;
-    const auto file = std::filesystem::weakly_canonical(path, ec);
-    const auto temporary = std::filesystem::weakly_canonical(*folder, ec);
-    if (ec) return false;
-    auto [end_of_folder, _] = std::mismatch(temporary.begin(), temporary.end(), file.begin(), file.end());
-    return end_of_folder == temporary.end() && file != temporary;
   }
 };
 

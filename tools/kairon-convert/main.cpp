@@ -495,6 +495,7 @@ int main(int argc, char** argv) {
     others.push_back(options.archive);
     others.push_back(options.trace);
     runreport::CheckTargets(reports, others, options.overwrite);
+    options.reports = convert_reports;
     if (utente) options.utente = refhost::ParseUtente(*utente);
     options.progress = isatty(STDERR_FILENO) == 1;
     options.progress_lines = !options.progress;

@@ -8,6 +8,7 @@
 #include "host/failure.h"
 #include "tools/kairon-convert/file_content.h"
 #include "tools/kairon-convert/objects.h"
+#include "tools/kairon-convert/paths.h"
 #include "tools/kairon-convert/typed_value.h"
 
 namespace refhost {
@@ -173,6 +174,11 @@ struct Descriptor {
   }
 };
 
+// Failures of SalvaFile, which the run outlives: a path that leads out of
+// the temporary folder, and a file larger than a row of the archive holds.
+constexpr int32_t kPathAccessError = 75;
+constexpr int32_t kFileTooLarge = 1002;
+
 // Files.SalvaFile(id, title, path).
 class FilesStore : public HostObject {
  public:
@@ -200,6 +206,8 @@ class FilesStore : public HostObject {
     if (args[2].value().type() == host::Type::Object) return {};
     StoredFile stored;
     stored.path = host::TextOf(args[2].value());
+    if (!stored.path.empty() && !InFolder(stored.path))
+      throw host::Failure(kPathAccessError, "Errore di accesso al percorso/file");
     // The file is read once: its digest is taken while it is stored.
     const Descriptor file{stored.path.empty() ? -1 : open(stored.path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)};
     struct stat st {};
@@ -209,6 +217,8 @@ class FilesStore : public HostObject {
     stored.title = host::TextOf(args[1].value());
     stored.name = BaseName(stored.path);
     stored.size = st.st_size;
+    if (!session().archive().Holds(stored))
+      throw host::Failure(kFileTooLarge, "File troppo grande per l'archivio");
     std::optional<std::string> sha256 = session().archive().AddFileDigesting(stored, file.fd);
     if (!sha256) return {};
     session().NextFile();
@@ -218,10 +228,18 @@ class FilesStore : public HostObject {
   }
 
  private:
-  // The file at the path argument, nullopt for none (or a path that isn't text).
-  static std::optional<FileDigest> Digest(const host::Arg& path) {
+  // The file at the path argument, nullopt for none (or a path that isn't
+  // text, or that leads out of the temporary folder: nothing is read there).
+  std::optional<FileDigest> Digest(const host::Arg& path) {
     if (path.value().type() == host::Type::Object) return std::nullopt;
-    return DigestFile(host::TextOf(path.value()));
+    const std::string text = host::TextOf(path.value());
+    if (text.empty() || !InFolder(text)) return std::nullopt;
+    return DigestFile(text);
+  }
+
+  bool InFolder(const std::string& path) {
+    const std::string* folder = TemporaryFolderOf(session().setup().utente);
+    return folder != nullptr && InTemporaryFolder(path, *folder);
   }
 
   // The plug-in may build its paths with either separator.

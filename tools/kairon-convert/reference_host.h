@@ -122,6 +122,7 @@ struct ConvertOptions {
   std::string data_dir;                              // where the default catalogues lie
   std::map<std::string, std::string> utente;         // text members of utente, over DefaultUtente()
   std::string tempdir;            // overrides utente's tempdir; empty: a new temporary folder, removed at the end
+  std::vector<std::string> reports;  // the report's files, written after the run: no temporary folder may hold them
   std::vector<std::string> fail;  // "MEMBER@N" or "Obj.MEMBER@N"
   bool overwrite = false;   // replace an archive and a trace of an earlier run
   bool progress = false;    // draw a progress bar on standard error
