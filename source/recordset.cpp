@@ -261,7 +261,7 @@ struct Recordset::Impl {
   void Fetch();
   const host::Value& Value(size_t index);
   host::Value Decode(const Column& column);
-  host::Value DecodeText(std::string_view bytes, unsigned charset, unsigned declared_bytes);
+  host::Value DecodeText(std::string bytes, unsigned charset, unsigned declared_bytes);
   std::string StoredBytes(const Column& column);
   template <typename Bytes>
   Bytes ReadBlob(ISC_QUAD id);
@@ -317,18 +317,19 @@ unsigned Recordset::Impl::BytesPerCharacter(unsigned charset) const {
 // cut back to the declared number of characters when the character set
 // takes more than one byte for a character (declared_bytes is 0 for text
 // of no fixed length).
-host::Value Recordset::Impl::DecodeText(std::string_view bytes, unsigned charset, unsigned declared_bytes) {
+host::Value Recordset::Impl::DecodeText(std::string bytes, unsigned charset, unsigned declared_bytes) {
   std::string text;
   switch (charset) {
     case firebird::kCharsetOctets:
       return host::Value::Bytes(std::vector<uint8_t>(bytes.begin(), bytes.end()));
     case firebird::kCharsetUtf8:
     case firebird::kCharsetUnicodeFss:
-      text = bytes;
+      text = std::move(bytes);
       break;
     case firebird::kCharsetNone:
     case firebird::kCharsetAscii:
-      text = host::text::FromLegacyBytes(bytes);
+      // A long text read once, and kept as it came when it is UTF-8.
+      text = host::text::IsValidUtf8(bytes) ? std::move(bytes) : host::text::FromWindows1252(bytes);
       break;
     default: {
       const auto known = character_sets->find(charset);
@@ -429,11 +430,11 @@ host::Value Recordset::Impl::Decode(const Column& column) {
                                     static_cast<int>(hour), static_cast<int>(minute), static_cast<int>(second)});
     }
     case SQL_TEXT:
-      return DecodeText(std::string_view(reinterpret_cast<const char*>(data), column.length), column.charset,
+      return DecodeText(std::string(reinterpret_cast<const char*>(data), column.length), column.charset,
                         column.length);
     case SQL_VARYING: {
       const auto length = Load<uint16_t>(data);
-      return DecodeText(std::string_view(reinterpret_cast<const char*>(data) + sizeof(uint16_t), length),
+      return DecodeText(std::string(reinterpret_cast<const char*>(data) + sizeof(uint16_t), length),
                         column.charset, 0);
     }
     case SQL_BLOB:
