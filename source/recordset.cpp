@@ -91,6 +91,27 @@ std::string IcuConverterName(const std::string& firebird_name) {
   return firebird_name;
 }
 
+// Text in a character set that ICU knows by name, as UTF-8 made in one room
+// of its exact length (bytes that don't belong to the set give U+FFFD, or
+// the set's own substitute); nullopt when ICU has no such converter.
+std::optional<std::string> Utf8WithIcu(std::string_view bytes, const std::string& converter_name) {
+  UErrorCode error = U_ZERO_ERROR;
+  UConverter* converter = ucnv_open(converter_name.c_str(), &error);
+  if (U_FAILURE(error)) return std::nullopt;
+  const auto size = static_cast<int32_t>(bytes.size());
+  const int32_t length = ucnv_toAlgorithmic(UCNV_UTF8, converter, nullptr, 0, bytes.data(), size, &error);
+  std::optional<std::string> text;
+  if (error == U_BUFFER_OVERFLOW_ERROR || U_SUCCESS(error)) {
+    error = U_ZERO_ERROR;
+    ucnv_resetToUnicode(converter);
+    text.emplace(static_cast<size_t>(length), '\0');
+    ucnv_toAlgorithmic(UCNV_UTF8, converter, text->data(), length, bytes.data(), size, &error);
+    if (U_FAILURE(error)) text.reset();
+  }
+  ucnv_close(converter);
+  return text;
+}
+
 // One column of the query's rows, as the database describes it.
 struct Column {
   std::string name;  // the alias, in upper case
@@ -337,13 +358,8 @@ host::Value Recordset::Impl::DecodeText(std::string bytes, unsigned charset, uns
         text = host::text::FromLegacyBytes(bytes);
         break;
       }
-      const icu::UnicodeString unicode(bytes.data(), static_cast<int32_t>(bytes.size()),
-                                       IcuConverterName(known->second.name).c_str());
-      if (unicode.isBogus()) {
-        text = host::text::FromLegacyBytes(bytes);
-      } else {
-        unicode.toUTF8String(text);
-      }
+      std::optional<std::string> utf8 = Utf8WithIcu(bytes, IcuConverterName(known->second.name));
+      text = utf8 ? std::move(*utf8) : host::text::FromLegacyBytes(bytes);
     }
   }
   const unsigned bytes_per_character = BytesPerCharacter(charset);

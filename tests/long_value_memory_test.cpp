@@ -65,16 +65,18 @@ std::string NoteArgs(const std::string& archive) {
 }
 
 // One patient with one note, its text the pattern repeated to some
-// kTextBytes, in a column without character set.
+// kTextBytes, by default in a column without character set.
 class LongValueMemory : public ::testing::Test {
  protected:
-  void Convert(const std::string& pattern, bool trace) {
+  void Convert(const std::string& pattern, bool trace, const std::string& column_type = "BLOB SUB_TYPE 1") {
     const size_t repeats = kTextBytes / pattern.size();
     {
       std::string text;
       text.reserve(repeats * pattern.size());
       for (size_t i = 0; i < repeats; ++i) text += pattern;
-      auto source = sample::Archive::Create(dir_ / "source");
+      std::vector<sample::Table> schema = sample::DefaultSchema();
+      sample::SetColumnType(schema, "MESSAGES", "MESG", column_type);
+      auto source = sample::Archive::Create(dir_ / "source", schema);
       source->Insert("PAZIENTI", fixture::Patient("L1", "LUNGO"));
       source->Insert("MESSAGES", {{"CodCart", "L1"}, {"MESG", host::Value(std::move(text))}});
       source->Close();
@@ -117,6 +119,11 @@ TEST_F(LongValueMemory, PlainText) { Convert("Paziente richiamato per esito esam
 // Windows-1252 bytes (two and three bytes each in UTF-8), quotes, line ends
 // and a control character, escaped in JSON.
 TEST_F(LongValueMemory, TextThatGrowsInUtf8AndJson) { Convert("Caff\xE8 \x80 5, \"s\xEC\"\r\n\tfine\x01 ", false); }
+
+// The same bytes in a column that declares its character set.
+TEST_F(LongValueMemory, TextInADeclaredCharacterSet) {
+  Convert("Caff\xE8 \x80 5, \"s\xEC\"\r\n\tfine\x01 ", false, "BLOB SUB_TYPE 1 CHARACTER SET WIN1252");
+}
 
 TEST_F(LongValueMemory, PlainTextWithTheTrace) { Convert("Paziente richiamato per esito esami. ", true); }
 
