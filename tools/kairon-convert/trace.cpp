@@ -37,18 +37,22 @@ void Trace::Write(const TextPieces& line) {
     broken_ = true;
     failure_ = "the trace " + path_ + " can't be written: " + CauseOf(error);
   };
+  if (pending_.size() >= kMostPending) {
+    write_out(pending_);
+    pending_.clear();
+  }
+  size_t line_start = pending_.size();
   line([&](std::string_view piece) {
     if (broken_) return;
-    if (pending_.size() >= kMostPending || piece.size() >= kMostPending) {
-      write_out(pending_);
-      pending_.clear();
-    }
-    // A long piece goes out as it is instead of being copied.
-    if (piece.size() >= kMostPending) {
-      if (!broken_) write_out(piece);
+    if (pending_.size() - line_start + piece.size() < kMostPending) {
+      pending_ += piece;
       return;
     }
-    if (!broken_) pending_ += piece;
+    // A line too long to be held whole goes out as it is made.
+    write_out(pending_);
+    pending_.clear();
+    line_start = 0;
+    if (!broken_) write_out(piece);
   });
   if (!broken_) pending_ += '\n';
 }

@@ -1,8 +1,8 @@
 // The trace: one JSON object a line, in the order of the plug-in's calls and
 // assignments on host objects. Lines are kept in memory and written out at
-// each Flush, or as soon as they hold a megabyte, so the file holds whole
-// lines only, whenever the program ends (but a line too long to be held
-// whole, which goes out as it is made).
+// each Flush, or before a line once they hold a megabyte, so the file holds
+// whole lines only, whenever the program ends (but for a line of a megabyte
+// or more, which goes out as it is made).
 #pragma once
 
 #include <mutex>
