@@ -22,7 +22,9 @@ namespace {
 constexpr uint64_t kFuzzLimit = 1 << 20;
 
 // What zlib gives for all the gzip members of the bytes, one after the
-// other; false for anything that isn't such a sequence or passes the limit.
+// other, up to bytes after a member that don't start with a member's two
+// first bytes; false for anything that isn't such a sequence or passes the
+// limit.
 bool Inflated(const std::vector<uint8_t>& bytes, std::string& out) {
   z_stream z{};
   if (inflateInit2(&z, 15 + 16) != Z_OK) return false;
@@ -37,7 +39,7 @@ bool Inflated(const std::vector<uint8_t>& bytes, std::string& out) {
     out.append(chunk.data(), chunk.size() - z.avail_out);
     if (out.size() > kFuzzLimit) break;
     if (result == Z_STREAM_END) {
-      if (z.avail_in == 0) {
+      if (z.avail_in < 2 || z.next_in[0] != 0x1F || z.next_in[1] != 0x8B) {
         ok = true;
         break;
       }

@@ -65,11 +65,37 @@ bool IsValidUtf8(std::string_view bytes) {
 
 std::string FromLegacyBytes(std::string_view bytes) {
   if (IsValidUtf8(bytes)) return std::string(bytes);
-  icu::UnicodeString u;
+  return FromWindows1252(bytes);
+}
+
+// Each byte is one character, so the UTF-8 is made in one room of its exact
+// length: one byte for ASCII, two up to U+07FF, three for the rest of the
+// code page's characters.
+std::string FromWindows1252(std::string_view bytes) {
+  auto code_point = [](unsigned char b) -> char32_t {
+    return b >= 0x80 && b < 0xA0 ? kWindows1252High[b - 0x80] : b;
+  };
+  size_t length = 0;
   for (unsigned char b : bytes) {
-    u.append(b >= 0x80 && b < 0xA0 ? kWindows1252High[b - 0x80] : static_cast<char16_t>(b));
+    const char32_t c = code_point(b);
+    length += c < 0x80 ? 1 : c < 0x800 ? 2 : 3;
   }
-  return ToUtf8(u);
+  std::string out(length, '\0');
+  size_t at = 0;
+  for (unsigned char b : bytes) {
+    const char32_t c = code_point(b);
+    if (c < 0x80) {
+      out[at++] = static_cast<char>(c);
+    } else if (c < 0x800) {
+      out[at++] = static_cast<char>(0xC0 | c >> 6);
+      out[at++] = static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+      out[at++] = static_cast<char>(0xE0 | c >> 12);
+      out[at++] = static_cast<char>(0x80 | (c >> 6 & 0x3F));
+      out[at++] = static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+  return out;
 }
 
 std::optional<std::string> ToWindows1252(std::string_view utf8) {

@@ -26,6 +26,10 @@ bool IsValidUtf8(std::string_view bytes);
 // Windows-1252 otherwise.
 std::string FromLegacyBytes(std::string_view bytes);
 
+// Windows-1252 bytes as UTF-8 (the five bytes that the code page leaves
+// unassigned give their C1 controls).
+std::string FromWindows1252(std::string_view bytes);
+
 // UTF-8 text as Windows-1252 bytes, the inverse of the reading above (the
 // five bytes that the code page leaves unassigned come back from their C1
 // controls). Nullopt when a character has no byte in the code page.

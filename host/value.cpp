@@ -20,8 +20,8 @@ bool IsValidDate(const Date& d) {
          d.second >= 0 && d.second < 60;
 }
 
-Value::Value(std::string text) : type_(Type::Text), text_(std::move(text)) {}
-Value::Value(const char* text) : type_(Type::Text), text_(text) {}
+Value::Value(std::string text) : type_(Type::Text), text_(std::make_shared<const std::string>(std::move(text))) {}
+Value::Value(const char* text) : type_(Type::Text), text_(std::make_shared<const std::string>(text)) {}
 Value::Value(double number) : type_(Type::F64), number_(number) {}
 Value::Value(Date date) : type_(Type::Date), date_(date) {}
 Value::Value(ObjectRef object) : type_(Type::Object), object_(std::move(object)) {}
@@ -58,7 +58,8 @@ Value Value::Bytes(std::vector<uint8_t> bytes) {
 
 const std::string& Value::text() const {
   if (type_ != Type::Text) failures::Raise(failures::kTypeMismatch);
-  return text_;
+  static const std::string kNone;  // a value moved from holds none
+  return text_ ? *text_ : kNone;
 }
 int32_t Value::integer() const {
   if (type_ != Type::I16 && type_ != Type::I32 && type_ != Type::Bool) failures::Raise(failures::kTypeMismatch);
@@ -89,7 +90,7 @@ bool Value::operator==(const Value& o) const {
     case Type::Null:
       return true;
     case Type::Text:
-      return text_ == o.text_;
+      return text_ == o.text_ || text() == o.text();
     case Type::I16:
     case Type::I32:
     case Type::Bool:
@@ -143,6 +144,8 @@ std::string NumberText(double number) {
   if (digits.size() <= whole) return out + digits + std::string(whole - digits.size(), '0');
   return out + digits.substr(0, whole) + "." + digits.substr(whole);
 }
+
+Value TextValueOf(const Value& v) { return v.type() == Type::Text ? v : Value(TextOf(v)); }
 
 std::string TextOf(const Value& v) {
   switch (v.type()) {

@@ -47,8 +47,8 @@ class Value {
   static Value I16(int16_t n);
   static Value I32(int32_t n);
   static Value Bool(bool b);  // held as 16 bits: -1 true, 0 false
-  // The bytes are shared by the value's copies (none can change them), so
-  // a copy costs the same whatever their length.
+  // The bytes, like a text, are shared by the value's copies (none can
+  // change them), so a copy costs the same whatever their length.
   static Value Bytes(std::vector<uint8_t> bytes);
 
   Type type() const { return type_; }
@@ -69,7 +69,7 @@ class Value {
 
  private:
   Type type_ = Type::Empty;
-  std::string text_;
+  std::shared_ptr<const std::string> text_;  // set for Text only
   int32_t integer_ = 0;
   double number_ = 0;
   Date date_;
@@ -89,6 +89,11 @@ std::string NumberText(double number);
 // content as UTF-8 (Windows-1252 where that isn't valid). An object raises
 // type mismatch (13).
 std::string TextOf(const Value& v);
+
+// The same as a text value: a text value is given itself, its text shared
+// instead of copied, so that a long text read once can go to the host as
+// several arguments at the cost of one.
+Value TextValueOf(const Value& v);
 
 // The date that a value holds or that its text reads as, blanks around it
 // passed over (the forms are listed with the reading rules, in

@@ -91,6 +91,27 @@ std::string IcuConverterName(const std::string& firebird_name) {
   return firebird_name;
 }
 
+// Text in a character set that ICU knows by name, as UTF-8 made in one room
+// of its exact length (bytes that don't belong to the set give U+FFFD, or
+// the set's own substitute); nullopt when ICU has no such converter.
+std::optional<std::string> Utf8WithIcu(std::string_view bytes, const std::string& converter_name) {
+  UErrorCode error = U_ZERO_ERROR;
+  UConverter* converter = ucnv_open(converter_name.c_str(), &error);
+  if (U_FAILURE(error)) return std::nullopt;
+  const auto size = static_cast<int32_t>(bytes.size());
+  const int32_t length = ucnv_toAlgorithmic(UCNV_UTF8, converter, nullptr, 0, bytes.data(), size, &error);
+  std::optional<std::string> text;
+  if (error == U_BUFFER_OVERFLOW_ERROR || U_SUCCESS(error)) {
+    error = U_ZERO_ERROR;
+    ucnv_resetToUnicode(converter);
+    text.emplace(static_cast<size_t>(length), '\0');
+    ucnv_toAlgorithmic(UCNV_UTF8, converter, text->data(), length, bytes.data(), size, &error);
+    if (U_FAILURE(error)) text.reset();
+  }
+  ucnv_close(converter);
+  return text;
+}
+
 // One column of the query's rows, as the database describes it.
 struct Column {
   std::string name;  // the alias, in upper case
@@ -261,7 +282,7 @@ struct Recordset::Impl {
   void Fetch();
   const host::Value& Value(size_t index);
   host::Value Decode(const Column& column);
-  host::Value DecodeText(std::string_view bytes, unsigned charset, unsigned declared_bytes);
+  host::Value DecodeText(std::string bytes, unsigned charset, unsigned declared_bytes);
   std::string StoredBytes(const Column& column);
   template <typename Bytes>
   Bytes ReadBlob(ISC_QUAD id);
@@ -317,18 +338,19 @@ unsigned Recordset::Impl::BytesPerCharacter(unsigned charset) const {
 // cut back to the declared number of characters when the character set
 // takes more than one byte for a character (declared_bytes is 0 for text
 // of no fixed length).
-host::Value Recordset::Impl::DecodeText(std::string_view bytes, unsigned charset, unsigned declared_bytes) {
+host::Value Recordset::Impl::DecodeText(std::string bytes, unsigned charset, unsigned declared_bytes) {
   std::string text;
   switch (charset) {
     case firebird::kCharsetOctets:
       return host::Value::Bytes(std::vector<uint8_t>(bytes.begin(), bytes.end()));
     case firebird::kCharsetUtf8:
     case firebird::kCharsetUnicodeFss:
-      text = bytes;
+      text = std::move(bytes);
       break;
     case firebird::kCharsetNone:
     case firebird::kCharsetAscii:
-      text = host::text::FromLegacyBytes(bytes);
+      // A long text read once, and kept as it came when it is UTF-8.
+      text = host::text::IsValidUtf8(bytes) ? std::move(bytes) : host::text::FromWindows1252(bytes);
       break;
     default: {
       const auto known = character_sets->find(charset);
@@ -336,13 +358,8 @@ host::Value Recordset::Impl::DecodeText(std::string_view bytes, unsigned charset
         text = host::text::FromLegacyBytes(bytes);
         break;
       }
-      const icu::UnicodeString unicode(bytes.data(), static_cast<int32_t>(bytes.size()),
-                                       IcuConverterName(known->second.name).c_str());
-      if (unicode.isBogus()) {
-        text = host::text::FromLegacyBytes(bytes);
-      } else {
-        unicode.toUTF8String(text);
-      }
+      std::optional<std::string> utf8 = Utf8WithIcu(bytes, IcuConverterName(known->second.name));
+      text = utf8 ? std::move(*utf8) : host::text::FromLegacyBytes(bytes);
     }
   }
   const unsigned bytes_per_character = BytesPerCharacter(charset);
@@ -429,11 +446,11 @@ host::Value Recordset::Impl::Decode(const Column& column) {
                                     static_cast<int>(hour), static_cast<int>(minute), static_cast<int>(second)});
     }
     case SQL_TEXT:
-      return DecodeText(std::string_view(reinterpret_cast<const char*>(data), column.length), column.charset,
+      return DecodeText(std::string(reinterpret_cast<const char*>(data), column.length), column.charset,
                         column.length);
     case SQL_VARYING: {
       const auto length = Load<uint16_t>(data);
-      return DecodeText(std::string_view(reinterpret_cast<const char*>(data) + sizeof(uint16_t), length),
+      return DecodeText(std::string(reinterpret_cast<const char*>(data) + sizeof(uint16_t), length),
                         column.charset, 0);
     }
     case SQL_BLOB:

@@ -185,13 +185,17 @@ class ScansTest : public ::testing::Test {
 
       a.Insert("IMAGES", Image(8, "Gzip", Value::Bytes(Gzip(Of("contenuto della scansione"))), "uno"));
       a.Insert("IMAGES", Image(9, "Gzip", Value::Bytes(Join(Gzip(Of("prima ")), Gzip(Of("seconda")))), "due"));
+      a.Insert("IMAGES", Image(14, "Gzip", Value::Bytes(Join(Gzip(Of("imbottito")), Bytes(4096, 0))), "zeri"));
+      a.Insert("IMAGES", Image(15, "Gzip", Value::Bytes(Join(Gzip(Of("con coda")), Of("\x1F coda"))), "coda"));
 
       const Bytes good = Gzip(Of(std::string(200, 'z')));
       a.Insert("IMAGES", Image(10, "Rotti", Value::Bytes(Bytes(good.begin(), good.end() - 5)), "troncato"));
       Bytes corrupt = good;
       corrupt[corrupt.size() - 6] ^= 0xFF;  // the CRC
       a.Insert("IMAGES", Image(11, "Rotti", Value::Bytes(corrupt), "corrotto"));
-      a.Insert("IMAGES", Image(12, "Rotti", Value::Bytes(Join(good, Of("coda"))), "coda"));
+      const Bytes second = Gzip(Of("seconda"));
+      a.Insert("IMAGES", Image(12, "Rotti", Value::Bytes(Join(good, Bytes(second.begin(), second.end() - 1))), "mezzo"));
+      a.Insert("IMAGES", Image(16, "Rotti", Value::Bytes(Join(good, Bytes{0x1F, 0x8B, 0x00, 0, 0})), "metodo"));
       a.Insert("IMAGES", Image(13, "Rotti", Value::Bytes(Gzip(Bytes(5000, 0))), "bomba"));
 
     });
@@ -232,18 +236,23 @@ TEST_F(ScansTest, OnlyFourBytesOrMoreAreFiledAndOnlyOneGzipHeaderCounts) {
 
 TEST_F(ScansTest, GzipStreamsReachTheStoreDecompressedMemberAfterMember) {
   auto files = c_->Calls("Gzip", ".Files", "SalvaFile");
-  ASSERT_THAT(files, SizeIs(2));
+  ASSERT_THAT(files, SizeIs(4));
   EXPECT_EQ(files[0]["file"], FileOf(Of("contenuto della scansione")));
   EXPECT_EQ(files[1]["file"], FileOf(Of("prima seconda")));
+  // Zeros of padding, or any tail that starts no member, are passed over.
+  EXPECT_EQ(files[2]["file"], FileOf(Of("imbottito")));
+  EXPECT_EQ(files[3]["file"], FileOf(Of("con coda")));
   // The decoder writes the file: no Killfile before it, one after.
-  EXPECT_THAT(c_->Steps("Gzip"), ElementsAre("SalvaFile", "Killfile", "Eventi", "SalvaFile", "Killfile", "Eventi"));
+  EXPECT_THAT(c_->Steps("Gzip"), ElementsAre("SalvaFile", "Killfile", "Eventi", "SalvaFile", "Killfile", "Eventi",
+                                             "SalvaFile", "Killfile", "Eventi", "SalvaFile", "Killfile", "Eventi"));
 }
 
 TEST_F(ScansTest, RefusedStreamsStoreNothingAndLeaveNoFile) {
-  // Truncated, a wrong CRC, bytes after the member, a content over the cap.
+  // Truncated, a wrong CRC, a content over the cap, and a whole member
+  // followed by a second one that starts but is truncated or not deflate.
   EXPECT_THAT(c_->Calls("Rotti", ".Files", "SalvaFile"), IsEmpty());
   EXPECT_THAT(c_->Saved("Rotti", "Eventi"), IsEmpty());
-  EXPECT_THAT(c_->Steps("Rotti"), ElementsAre("Killfile", "Killfile", "Killfile", "Killfile"));
+  EXPECT_THAT(c_->Steps("Rotti"), ElementsAre("Killfile", "Killfile", "Killfile", "Killfile", "Killfile"));
   EXPECT_EQ(c_->Outcome("Rotti"), "OK");
   EXPECT_THAT(c_->StrayFiles(), IsEmpty());
 }

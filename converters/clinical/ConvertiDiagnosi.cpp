@@ -32,14 +32,15 @@ bool clsAmbulor::ConvertiDiagnosi(const std::string& cod_cart, host::Value& pazi
         voce = host::Call(host::Get(host::Get(InterfaceCorrente(), "archivio"), "ICD9"), "Carica", {code});
       }
 
+      const host::Value testo = host::TextValueOf(rs.Field("Testo"));  // two arguments, one text
       if (voce.is_object()) {
         host::Call(host::Get(paziente, "Problemi"), "Salva",
                    {"", data, TextOf(host::Get(voce, "ID")), TextOf(host::Get(voce, "Descrizione")),
-                    TextOf(rs.Field("Testo")), TextOf(rs.Field("Testo")), host::Arg::Ref(stato), host::Value::I16(0),
+                    testo, testo, host::Arg::Ref(stato), host::Value::I16(0),
                     "", ""});
       } else {
         host::Call(host::Get(paziente, "Problemi"), "Salva",
-                   {"", data, "", titolo, TextOf(rs.Field("Testo")), TextOf(rs.Field("Testo")), host::Arg::Ref(stato),
+                   {"", data, "", titolo, testo, testo, host::Arg::Ref(stato),
                     host::Value::I16(0), "", ""});
       }
     }

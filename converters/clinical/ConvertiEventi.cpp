@@ -12,9 +12,10 @@ bool clsAmbulor::ConvertiEventi(const std::string& cod_cart, host::Value& pazien
     source::Recordset rs;
     rs.Open("SELECT * from VISITE where CodCart = (?)", {cod_cart}, conn_user_);
     for (; !rs.Eof(); rs.MoveNext()) {
+      const host::Value testo(host::text::Trim(TextOf(rs.Field("Testo"))));  // two arguments, one text
       host::Call(host::Get(paziente, "Eventi"), "Salva",
                  {"", DateText(rs.Field("Inizio"), "01/01/2012"), "", "", host::text::Trim(TextOf(rs.Field("Titolo"))),
-                  host::text::Trim(TextOf(rs.Field("Testo"))), host::text::Trim(TextOf(rs.Field("Testo"))), ""});
+                  testo, testo, ""});
     }
     rs.Close();
     return true;

@@ -30,8 +30,9 @@ bool clsAmbulor::ConvertiVaccinazioni(const std::string& cod_cart, host::Value& 
       if (std::optional<host::Date> data_richiamo = host::DateOf(rs.Field("DATARICH"))) {
         if (YearMonthDay(Today()) <= YearMonthDay(*data_richiamo)) richiamo = host::Value::I32(1);
       }
+      const host::Value note = host::TextValueOf(rs.Field("Note"));  // two arguments, one text
       host::Call(host::Get(paziente, "Vaccinazioni"), "Salva",
-                 {"", "", "", data, TextOf(rs.Field("Testo")), "", TextOf(rs.Field("Note")), TextOf(rs.Field("Note")),
+                 {"", "", "", data, TextOf(rs.Field("Testo")), "", note, note,
                   "", DateText(rs.Field("DATARICH")), DateText(rs.Field("DATARICH")), host::Arg::Ref(richiamo)});
     }
     rs.Close();

@@ -72,8 +72,13 @@ int32_t DecodeGzip(const std::vector<uint8_t>& bytes, TempFolder& folder, const 
         answer = kGzipDone;
         break;
       }
-      // What follows a member must be a further member.
-      if (bytes.size() - next < 2 || bytes[next] != 0x1F || bytes[next + 1] != 0x8B) break;
+      // Bytes that don't begin a further member (the zeros with which older
+      // programs pad a column, or any other tail) end the stream after its
+      // last whole member; a further member must be whole.
+      if (bytes.size() - next < 2 || bytes[next] != 0x1F || bytes[next + 1] != 0x8B) {
+        answer = kGzipDone;
+        break;
+      }
       if (inflateReset(&stream) != Z_OK) break;
       continue;
     }

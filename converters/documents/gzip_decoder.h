@@ -12,7 +12,7 @@ namespace cnv::filing {
 
 // Answers of DecodeGzip.
 inline constexpr int32_t kGzipDone = 1;
-inline constexpr int32_t kGzipBadStream = 0;  // not gzip, truncated, corrupt, or bytes that begin no member
+inline constexpr int32_t kGzipBadStream = 0;  // not gzip, or a member truncated or corrupt
 inline constexpr int32_t kGzipTooLarge = 2;   // the content would pass the cap below
 inline constexpr int32_t kGzipCantWrite = 3;  // the file can't be made (a bad name) or written
 
@@ -29,9 +29,10 @@ inline constexpr uint64_t kGzipLimit = uint64_t{256} << 20;
 // the whole content reached the file, another answer otherwise. Several
 // members one after the other (as concatenated .gz files are) give their
 // contents one after the other, as gunzip does; each member's CRC and length
-// are checked, and any byte after a member that isn't the start of a further
-// member refuses the whole stream. Never raises. Whatever it began writing
-// is left for the caller's Killfile (and the folder's own cleanup).
+// are checked. Bytes after a member that don't start with the two bytes of a
+// further member's header are passed over, as gunzip does with padding; a
+// further member that starts must be whole. Never raises. Whatever it began
+// writing is left for the caller's Killfile (and the folder's own cleanup).
 int32_t DecodeGzip(const std::vector<uint8_t>& bytes, TempFolder& folder, const std::string& file_name);
 
 // Lowers the cap for tests; 0 restores kGzipLimit.

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -87,8 +88,8 @@ class Statement {
     sqlite3_clear_bindings(stmt_);
   }
 
-  Statement& Bind(const std::string& text) {
-    Check(sqlite3_bind_text(stmt_, ++index_, text.data(), static_cast<int>(text.size()), SQLITE_STATIC));
+  Statement& Bind(std::string_view text) {
+    Check(sqlite3_bind_text64(stmt_, ++index_, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8));
     return *this;
   }
   Statement& Bind(int64_t number) {
@@ -303,6 +304,39 @@ void Archive::AddRecord(int64_t patient_id, const std::string& store, const std:
       .Bind(store)
       .Bind(args)
       .Run();
+}
+
+void Archive::AddRecord(int64_t patient_id, const std::string& store, size_t length, const TextPieces& pieces) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  // The room is a text of zero bytes read from pages that are never
+  // written, which take no memory: SQLite's copy of it into the row is the
+  // only one.
+  const size_t mapped = std::max<size_t>(length, 1);
+  void* zeros = mmap(nullptr, mapped, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (zeros == MAP_FAILED) throw WriteError("the archive can't be written: " + CauseOf(errno));
+  int64_t row = 0;
+  try {
+    row = Statement(db_, Prepared("INSERT INTO records(patient_id, store, args) VALUES(?, ?, ?)"))
+              .Bind(patient_id)
+              .Bind(store)
+              .Bind(std::string_view(static_cast<const char*>(zeros), length))
+              .Run();
+  } catch (...) {
+    munmap(zeros, mapped);
+    throw;
+  }
+  munmap(zeros, mapped);
+  sqlite3_blob* blob = nullptr;
+  if (sqlite3_blob_open(db_, "main", "records", "args", row, 1, &blob) != SQLITE_OK) Fail(db_);
+  std::unique_ptr<sqlite3_blob, decltype(&sqlite3_blob_close)> open_blob(blob, sqlite3_blob_close);
+  size_t written = 0;
+  pieces([&](std::string_view piece) {
+    if (piece.size() > length - written) throw WriteError("the archive can't be written: a record outgrew its room");
+    if (sqlite3_blob_write(blob, piece.data(), static_cast<int>(piece.size()), static_cast<int>(written)) != SQLITE_OK)
+      Fail(db_);
+    written += piece.size();
+  });
+  if (written != length) throw WriteError("the archive can't be written: a record fell short of its room");
 }
 
 int64_t Archive::AddPrescription(int64_t patient_id, const std::string& members) {

@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/kairon-convert/output_files.h"
+
 struct sqlite3;
 struct sqlite3_stmt;
 
@@ -61,6 +63,10 @@ class Archive {
   // Writes the patients row of id, replacing one there is.
   void SavePatient(int64_t id, const std::string& members);
   void AddRecord(int64_t patient_id, const std::string& store, const std::string& args);
+  // The same for args of length bytes given in pieces: the row is made with
+  // the room of the text and the pieces are written into it, so that a long
+  // text is never whole in memory beside the row.
+  void AddRecord(int64_t patient_id, const std::string& store, size_t length, const TextPieces& pieces);
   int64_t AddPrescription(int64_t patient_id, const std::string& members);
   void AddPrescriptionItem(std::optional<int64_t> prescription_id, const std::string& store,
                            const std::string& members);

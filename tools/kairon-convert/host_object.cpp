@@ -53,18 +53,20 @@ host::Value HostObject::Get(std::string_view member) {
 
 void HostObject::Set(std::string_view member, const host::Value& value) {
   if (!session_->tracing()) return AsHostFailure(*session_, [&] { Write(member, value); });
-  std::string line = TraceLineStart(trace_name_, "set", member);
-  line += ",\"value\":";
-  AppendTypedValue(line, value);
+  auto write_line = [&](std::string_view end) {
+    session_->WriteTrace([&](const std::function<void(std::string_view)>& write) {
+      write(TraceLineStart(trace_name_, "set", member) + ",\"value\":");
+      WriteTypedValue(value, write);
+      write(end);
+    });
+  };
   try {
     AsHostFailure(*session_, [&] { Write(member, value); });
   } catch (const host::Failure&) {
-    line += ",\"failed\":true}";
-    session_->WriteTrace(line);
+    write_line(",\"failed\":true}");
     throw;
   }
-  line += '}';
-  session_->WriteTrace(line);
+  write_line("}");
 }
 
 host::Value HostObject::Call(std::string_view member, host::Args& args) {
@@ -74,43 +76,49 @@ host::Value HostObject::Call(std::string_view member, host::Args& args) {
       return Invoke(member, args);
     });
   }
+  // The arguments as given (their copies share a text), and what must be
+  // seen before the call. The line is made after the call, a piece at a
+  // time, so that a long text is neither held by the line nor by the line
+  // and the archive's row at once.
   std::vector<host::Value> before;
   for (const host::Arg& arg : args) before.push_back(arg.value());
-  std::string line = TraceLineStart(trace_name_, "call", member);
-  line += ",\"args\":[";
-  for (size_t i = 0; i < before.size(); ++i) {
-    if (i > 0) line += ',';
-    AppendTypedValue(line, before[i]);
-  }
-  line += ']';
+  std::string described;
+  auto write_line = [&](const std::string& end) {
+    session_->WriteTrace([&](const std::function<void(std::string_view)>& write) {
+      write(TraceLineStart(trace_name_, "call", member) + ",\"args\":");
+      WriteTypedArray(before, write);
+      write(described);
+      write(end);
+    });
+  };
   host::Value result;
   try {
     result = AsHostFailure(*session_, [&] {
-      DescribeCall(member, args, line);
+      DescribeCall(member, args, described);
       if (session_->CountCall(trace_name_, member)) throw host::Failure(kSimulatedFailure, kSimulatedFailureText);
       return Invoke(member, args);
     });
   } catch (const host::Failure&) {
-    line += ",\"failed\":true}";
-    session_->WriteTrace(line);
+    write_line(",\"failed\":true}");
     throw;
   }
+  std::string end;
   if (!result.is_empty()) {
-    line += ",\"returns\":";
-    AppendTypedValue(line, result);
+    end += ",\"returns\":";
+    AppendTypedValue(end, result);
   }
   bool any_out = false;
   for (size_t i = 0; i < args.size(); ++i) {
     if (!args[i].by_ref() || args[i].value() == before[i]) continue;
-    line += any_out ? "," : ",\"out\":{";
+    end += any_out ? "," : ",\"out\":{";
     any_out = true;
-    AppendJsonString(line, std::to_string(i));
-    line += ':';
-    AppendTypedValue(line, args[i].value());
+    AppendJsonString(end, std::to_string(i));
+    end += ':';
+    AppendTypedValue(end, args[i].value());
   }
-  if (any_out) line += '}';
-  line += '}';
-  session_->WriteTrace(line);
+  if (any_out) end += '}';
+  end += '}';
+  write_line(end);
   return result;
 }
 

@@ -6,10 +6,12 @@
 // renamed over it when the run ends.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace refhost {
@@ -20,6 +22,10 @@ class WriteError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+// A text handed over a piece at a time, for one too long to be copied whole:
+// it calls write with each piece, in order.
+using TextPieces = std::function<void(const std::function<void(std::string_view)>& write)>;
 
 // An error number of the system as a person reads it: "the disk is full",
 // "no permission", ... and strerror's text for the others.

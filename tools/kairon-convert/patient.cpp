@@ -66,8 +66,18 @@ class StoreObject : public HostObject {
     return host::Value::Bool(true);
   }
 
-  // One Salva: a records row, unless the store says otherwise.
-  virtual void Save(host::Args& args) { session().archive().AddRecord(patient_, store_, TypedArgsText(args)); }
+  // One Salva: a records row, unless the store says otherwise. Arguments
+  // with a long text go into the row a piece at a time.
+  virtual void Save(host::Args& args) {
+    std::vector<host::Value> values;  // sharing the arguments' texts
+    for (const host::Arg& arg : args) values.push_back(arg.value());
+    if (!HoldsLongText(values)) return session().archive().AddRecord(patient_, store_, TypedArgsText(args));
+    size_t length = 0;
+    WriteTypedArray(values, [&](std::string_view piece) { length += piece.size(); });
+    session().archive().AddRecord(patient_, store_, length, [&](const std::function<void(std::string_view)>& write) {
+      WriteTypedArray(values, write);
+    });
+  }
 
   const std::string& store() const { return store_; }
   int64_t patient() const { return patient_; }

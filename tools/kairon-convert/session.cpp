@@ -25,6 +25,10 @@ void Session::WriteTrace(const std::string& line) {
   if (setup_.trace) setup_.trace->Write(line);
 }
 
+void Session::WriteTrace(const TextPieces& line) {
+  if (setup_.trace) setup_.trace->Write(line);
+}
+
 void Session::Message(const std::string& kind, const std::string& text) {
   archive().AddMessage(kind, text);
   const auto now = std::chrono::steady_clock::now();

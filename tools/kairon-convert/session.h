@@ -67,6 +67,7 @@ class Session {
   // A line of the trace, as the JSON text of one object; nothing without a
   // trace.
   void WriteTrace(const std::string& line);
+  void WriteTrace(const TextPieces& line);
   // Whether there is a trace: without one, no line needs making.
   bool tracing() const { return setup_.trace != nullptr; }
   // Counts a call against the --fail plan; true if it must fail.

@@ -24,26 +24,64 @@ std::string Trace::NotOurTrace(const std::string& path) {
 }
 
 void Trace::Write(const std::string& line) {
+  Write([&](const std::function<void(std::string_view)>& write) { write(line); });
+}
+
+void Trace::Write(const TextPieces& line) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (broken_) return;
-  pending_ += line;
-  pending_ += '\n';
+  constexpr size_t kMostPending = 1 << 20;
+  auto write_out = [&](std::string_view text) {
+    const int error = WriteOut(text);
+    if (error == 0) return;
+    broken_ = true;
+    failure_ = "the trace " + path_ + " can't be written: " + CauseOf(error);
+  };
+  if (pending_.size() >= kMostPending) {
+    write_out(pending_);
+    pending_.clear();
+  }
+  size_t line_start = pending_.size();
+  line([&](std::string_view piece) {
+    if (broken_) return;
+    if (pending_.size() - line_start + piece.size() < kMostPending) {
+      pending_ += piece;
+      return;
+    }
+    // A line too long to be held whole goes out as it is made.
+    write_out(pending_);
+    pending_.clear();
+    line_start = 0;
+    if (!broken_) write_out(piece);
+  });
+  if (!broken_) pending_ += '\n';
 }
 
 void Trace::Flush() {
   std::lock_guard<std::mutex> lock(mutex_);
+  if (!failure_.empty()) {
+    const std::string failure = std::move(failure_);
+    failure_.clear();
+    throw WriteError(failure);
+  }
+  if (broken_) return;
+  const int error = WriteOut(pending_);
+  pending_.clear();
+  if (error != 0) {
+    broken_ = true;
+    throw WriteError("the trace " + path_ + " can't be written: " + CauseOf(error));
+  }
+}
+
+int Trace::WriteOut(std::string_view text) {
   size_t written = 0;
-  while (!broken_ && written < pending_.size()) {
-    ssize_t n = write(descriptor_, pending_.data() + written, pending_.size() - written);
+  while (written < text.size()) {
+    const ssize_t n = write(descriptor_, text.data() + written, text.size() - written);
     if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      broken_ = true;
-      pending_.clear();
-      throw WriteError("the trace " + path_ + " can't be written: " + CauseOf(errno));
-    }
+    if (n < 0) return errno;
     written += static_cast<size_t>(n);
   }
-  pending_.clear();
+  return 0;
 }
 
 }  // namespace refhost

@@ -110,13 +110,9 @@ bool IsWellFormedUtf8(std::string_view text) {
   return true;
 }
 
-void AppendString(std::string& out, const std::string& text) {
-  if (!IsWellFormedUtf8(text)) {
-    // The library's own way of replacing what isn't UTF-8.
-    out += nlohmann::ordered_json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-    return;
-  }
-  out += '"';
+// Well-formed UTF-8 between the quotes of a JSON string. Each byte is
+// escaped or not by itself, so a text may come a slice at a time.
+void AppendEscaped(std::string& out, std::string_view text) {
   size_t plain_from = 0;
   for (size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
@@ -152,6 +148,16 @@ void AppendString(std::string& out, const std::string& text) {
     }
   }
   out.append(text, plain_from, std::string::npos);
+}
+
+void AppendString(std::string& out, const std::string& text) {
+  if (!IsWellFormedUtf8(text)) {
+    // The library's own way of replacing what isn't UTF-8.
+    out += nlohmann::ordered_json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return;
+  }
+  out += '"';
+  AppendEscaped(out, text);
   out += '"';
 }
 
@@ -256,6 +262,75 @@ void AppendTypedValue(std::string& out, const host::Value& value) {
       break;
   }
   out += '}';
+}
+
+namespace {
+
+// Pieces of JSON text on their way to write, handed over as they pass
+// about 64 KiB; a long text goes in a slice at a time.
+class PieceWriter {
+ public:
+  explicit PieceWriter(const std::function<void(std::string_view)>& write) : write_(write) {}
+
+  void Add(std::string_view text) {
+    piece_ += text;
+    WriteWhenFull();
+  }
+  void AddTypedValue(const host::Value& value) {
+    if (value.type() != host::Type::Text || value.text().size() <= kPiece || !IsWellFormedUtf8(value.text())) {
+      AppendTypedValue(piece_, value);
+      WriteWhenFull();
+      return;
+    }
+    piece_ += "{\"type\":\"text\",\"value\":\"";
+    const std::string_view text = value.text();
+    for (size_t from = 0; from < text.size(); from += kPiece) {
+      AppendEscaped(piece_, text.substr(from, kPiece));
+      WriteWhenFull();
+    }
+    piece_ += "\"}";
+  }
+  // Hands over what is left.
+  void End() {
+    if (!piece_.empty()) write_(piece_);
+    piece_.clear();
+  }
+
+ private:
+  static constexpr size_t kPiece = 64 * 1024;
+  void WriteWhenFull() {
+    if (piece_.size() < kPiece) return;
+    write_(piece_);
+    piece_.clear();
+  }
+  const std::function<void(std::string_view)>& write_;
+  std::string piece_;
+};
+
+}  // namespace
+
+void WriteTypedValue(const host::Value& value, const std::function<void(std::string_view)>& write) {
+  PieceWriter pieces(write);
+  pieces.AddTypedValue(value);
+  pieces.End();
+}
+
+void WriteTypedArray(const std::vector<host::Value>& values, const std::function<void(std::string_view)>& write) {
+  PieceWriter pieces(write);
+  pieces.Add("[");
+  for (size_t i = 0; i < values.size(); ++i) {
+    if (i > 0) pieces.Add(",");
+    pieces.AddTypedValue(values[i]);
+  }
+  pieces.Add("]");
+  pieces.End();
+}
+
+bool HoldsLongText(const std::vector<host::Value>& values) {
+  constexpr size_t kLongText = 1 << 20;
+  for (const host::Value& value : values)
+    if (value.type() == host::Type::Text && value.text().size() >= kLongText) return true;
+  return false;
 }
 
 // The compact form that the library's dump gives, replacing bytes that
