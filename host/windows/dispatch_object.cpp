@@ -149,7 +149,7 @@ IDispatch* DispatchOf(const Value& value) {
 
 DispatchObject::DispatchObject(IDispatch* object) : object_(object) {
   object_->AddRef();
-  if (FAILED(object_->QueryInterface(IID_IDispatchEx, reinterpret_cast<void**>(&object_ex_)))) object_ex_ = nullptr;
+  if (FAILED(object_->QueryInterface(__uuidof(IDispatchEx), reinterpret_cast<void**>(&object_ex_)))) object_ex_ = nullptr;
 }
 
 DispatchObject::~DispatchObject() {
