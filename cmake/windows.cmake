@@ -42,6 +42,47 @@ add_library(cnvkairon_portable OBJECT
 target_include_directories(cnvkairon_portable PUBLIC ${CMAKE_SOURCE_DIR})
 target_link_libraries(cnvkairon_portable PUBLIC kairon_firebird_headers ZLIB::ZLIB)
 
+# The Windows-only layers: values and host objects through Automation
+# (host/windows), and the in-process server's counts and registry keys
+# (plugin/windows).
+add_library(cnvkairon_windows OBJECT
+  host/windows/variant.cpp
+  host/windows/dispatch_object.cpp
+  plugin/windows/server.cpp
+  plugin/windows/registration.cpp)
+target_include_directories(cnvkairon_windows PUBLIC ${CMAKE_SOURCE_DIR})
+target_link_libraries(cnvkairon_windows PUBLIC oleaut32 ole32 advapi32 uuid)
+
+# Conversione's type library and the C++ declaration of its interface, made
+# by widl from plugin/windows/cnvKairon.idl. IUnknown and IDispatch come from
+# stdole2.tlb, which Wine's own libraries carry.
+find_program(KAIRON_WIDL NAMES ${KAIRON_MINGW_TRIPLET}-widl REQUIRED)
+find_path(KAIRON_STDOLE2_DIR stdole2.tlb NO_CMAKE_FIND_ROOT_PATH REQUIRED
+  PATHS /usr/lib/x86_64-linux-gnu/wine/x86_64-windows /usr/lib/i386-linux-gnu/wine/i386-windows)
+set(KAIRON_GENERATED_DIR ${CMAKE_BINARY_DIR}/generated)
+file(MAKE_DIRECTORY ${KAIRON_GENERATED_DIR})
+add_custom_command(
+  OUTPUT ${KAIRON_GENERATED_DIR}/cnvKairon.tlb ${KAIRON_GENERATED_DIR}/cnvKairon.h
+  COMMAND ${KAIRON_WIDL} -I ${CMAKE_SOURCE_DIR}/plugin/windows -L ${KAIRON_STDOLE2_DIR}
+          -t -o ${KAIRON_GENERATED_DIR}/cnvKairon.tlb -h -H ${KAIRON_GENERATED_DIR}/cnvKairon.h
+          ${CMAKE_SOURCE_DIR}/plugin/windows/cnvKairon.idl
+  DEPENDS ${CMAKE_SOURCE_DIR}/plugin/windows/cnvKairon.idl ${CMAKE_SOURCE_DIR}/plugin/windows/oaidl.idl
+  VERBATIM)
+add_custom_target(cnvkairon_typelib DEPENDS ${KAIRON_GENERATED_DIR}/cnvKairon.tlb ${KAIRON_GENERATED_DIR}/cnvKairon.h)
+
+# The component's boundary: the four entry points (cnvKairon.def), the
+# IDispatch of Conversione, the type library and version resources. Compiled
+# only: cnvKairon.dll links once the plug-in's text functions, source opening
+# and recordsets, and the documents' filing have their Windows side.
+add_library(cnvkairon_component OBJECT
+  plugin/windows/entry_points.cpp
+  plugin/windows/conversione_dispatch.cpp
+  plugin/windows/typelib.rc
+  plugin/windows/version.rc)
+add_dependencies(cnvkairon_component cnvkairon_typelib)
+target_include_directories(cnvkairon_component PRIVATE ${KAIRON_GENERATED_DIR})
+target_link_libraries(cnvkairon_component PUBLIC cnvkairon_windows kairon_firebird_headers)
+
 include(CTest)
 if(BUILD_TESTING)
   add_subdirectory(tests/windows)
