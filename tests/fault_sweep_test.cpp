@@ -273,8 +273,20 @@ TEST_F(FaultSweep, EveryCallSiteFailsAsItsCategoryPromises) {
       for (int occurrence : std::set<int>{1, kMiddleToo ? (count + 1) / 2 : 1, count}) {
         std::string fail = site.Text() + "@" + std::to_string(occurrence);
         SCOPED_TRACE("options \"" + sweep.options + "\", --fail " + fail);
+        std::filesystem::remove(*dir_ / "faulted.sqlite");
+        std::filesystem::remove(*dir_ / "faulted.jsonl");
         fixture::Run run = Convert(sweep.options, fail, "faulted");
         ++runs;
+        if (!std::filesystem::exists(run.archive)) {
+          // A failure that ends the run before its first patient leaves
+          // neither archive nor trace.
+          EXPECT_TRUE(ends_run);
+          EXPECT_FALSE(run.outcome.result);
+          EXPECT_EQ(run.outcome.last_error, "1001 Errore simulato dall'host");
+          EXPECT_TRUE(run.trace.empty());
+          EXPECT_TRUE(TemporaryFolderEmpty());
+          continue;
+        }
         auto [victim, failed_call] = Victim(run.trace);
         ASSERT_NE(failed_call, nullptr);
         EXPECT_EQ(SiteOf(*failed_call).Text(), site.Text());
