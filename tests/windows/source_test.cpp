@@ -29,14 +29,13 @@ std::wstring ProgramFolder() {
 // The folders of the fake clients that the build puts under the program's.
 std::wstring FakeClients(const wchar_t* which) { return ProgramFolder() + L"fake-clients\\" + which + L"\\"; }
 
-// A new empty folder under the temporary folder, removed with what it holds.
+// A new empty folder beside the program (a fresh Wine prefix may have no
+// temporary folder yet), removed with what it holds.
 class TemporaryFolder {
  public:
   explicit TemporaryFolder(const std::wstring& name) {
-    wchar_t temp[MAX_PATH];
-    GetTempPathW(MAX_PATH, temp);
-    path_ = std::wstring(temp) + name + std::to_wstring(GetCurrentProcessId()) + L"\\";
-    CreateDirectoryW(path_.c_str(), nullptr);
+    path_ = ProgramFolder() + name + std::to_wstring(GetCurrentProcessId()) + L"\\";
+    if (!CreateDirectoryW(path_.c_str(), nullptr)) ADD_FAILURE() << "can't make " << Utf8(path_);
   }
   ~TemporaryFolder() {
     WIN32_FIND_DATAW entry;
