@@ -21,8 +21,9 @@ target_include_directories(kairon_firebird_headers SYSTEM INTERFACE ${KAIRON_FIR
 find_package(ZLIB REQUIRED)
 
 # The plug-in's sources that compile for Windows as they are: the value model
-# but its text functions (ICU), the driver, the reading rules and the
-# converters but the documents' filing and temporary folder (POSIX files).
+# but its text functions (ICU), the source's connections, recordsets and
+# opening causes, the driver, the reading rules and the converters but the
+# documents' filing and temporary folder (POSIX files).
 # Compiled only, not linked: what they call on the other side isn't there yet.
 file(GLOB windows_converter_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/converters/*/*.cpp)
 list(REMOVE_ITEM windows_converter_sources
@@ -36,6 +37,8 @@ add_library(cnvkairon_portable OBJECT
   source/clsAmbulor.cpp
   source/connection.cpp
   source/keyed_list.cpp
+  source/opening.cpp
+  source/recordset.cpp
   driver/Converti.cpp
   driver/keywords.cpp
   ${windows_converter_sources})
@@ -52,6 +55,16 @@ add_library(cnvkairon_windows OBJECT
   plugin/windows/registration.cpp)
 target_include_directories(cnvkairon_windows PUBLIC ${CMAKE_SOURCE_DIR})
 target_link_libraries(cnvkairon_windows PUBLIC oleaut32 ole32 advapi32 uuid)
+
+# The source's Windows side: fbclient.dll loaded at run time, the files
+# looked at through wide paths, and the columns' character sets through the
+# system's code pages.
+add_library(cnvkairon_source_windows OBJECT
+  source/firebird_loader_windows.cpp
+  source/opening_windows.cpp
+  source/charset_windows.cpp)
+target_include_directories(cnvkairon_source_windows PUBLIC ${CMAKE_SOURCE_DIR})
+target_link_libraries(cnvkairon_source_windows PUBLIC kairon_firebird_headers advapi32)
 
 # Conversione's type library and the C++ declaration of its interface, made
 # by widl from plugin/windows/cnvKairon.idl. IUnknown and IDispatch come from

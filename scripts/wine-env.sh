@@ -99,8 +99,10 @@ work=/
 run="$(chroot "$root" mktemp -d /tmp/kairon-wine32.XXXXXX)"
 mkdir "$root$run/tmp"
 chown -R "$user" "$root$run"
+# A UTF-8 locale, without which Wine can't name a file with a letter beyond
+# ASCII on the Linux side.
 in_root() {
-  chroot --userspec="$user:$user" "$root" /usr/bin/env -i PATH=/usr/bin:/bin HOME="$run" TMPDIR="$run/tmp" \
+  chroot --userspec="$user:$user" "$root" /usr/bin/env -i PATH=/usr/bin:/bin LANG=C.UTF-8 HOME="$run" TMPDIR="$run/tmp" \
     WINEPREFIX="$run/prefix" WINEARCH=win32 WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" "$@"
 }
 trap 'in_root /usr/lib/wine/wineserver -k 2>/dev/null || true; rm -rf "$root$run"' EXIT

@@ -1,17 +1,26 @@
 #include "source/connection.h"
 
+#include <atomic>
 #include <string_view>
 
 #include "host/text.h"
 #include "source/firebird_client.h"
+#include "source/firebird_loader.h"
 #include "source/recordset.h"
 
 namespace source {
 namespace firebird {
 
 Firebird::IMaster* Master() {
-  static Firebird::IMaster* const master = Firebird::fb_get_master_interface();
-  return master;
+  // Kept once found; a client that wasn't found is looked for again at the
+  // next opening, so that one put in place meanwhile is taken.
+  static std::atomic<Firebird::IMaster*> master{nullptr};
+  Firebird::IMaster* found = master.load();
+  if (found == nullptr) {
+    found = LoadMaster();
+    master.store(found);
+  }
+  return found;
 }
 
 Firebird::IUtil* Util() { return Master()->getUtilInterface(); }
@@ -156,26 +165,27 @@ void Connection::Open(const std::string& connection_text) {
   if (is_open()) throw host::Failure(kObjectOpen, "Operazione non consentita se l'oggetto è aperto.");
   const ConnectionText parts = ParseConnectionText(connection_text);
   Impl& c = *impl_;
+  firebird::Status& status = c.status.emplace();
 
   try {
     firebird::Owned<Firebird::IXpbBuilder> dpb(
-        firebird::Util()->getXpbBuilder(&c.status, Firebird::IXpbBuilder::DPB, nullptr, 0));
-    if (!parts.user.empty()) dpb->insertString(&c.status, isc_dpb_user_name, parts.user.c_str());
-    if (!parts.password.empty()) dpb->insertString(&c.status, isc_dpb_password, parts.password.c_str());
+        firebird::Util()->getXpbBuilder(&status, Firebird::IXpbBuilder::DPB, nullptr, 0));
+    if (!parts.user.empty()) dpb->insertString(&status, isc_dpb_user_name, parts.user.c_str());
+    if (!parts.password.empty()) dpb->insertString(&status, isc_dpb_password, parts.password.c_str());
     // No character set for the connection: the bytes of every column arrive
     // as the database holds them, and the recordset decodes them itself.
-    dpb->insertString(&c.status, isc_dpb_lc_ctype, "NONE");
+    dpb->insertString(&status, isc_dpb_lc_ctype, "NONE");
     // A page cache of 256 pages for each database instead of the engine's
     // thousands: a conversion reads each row once, and the default cache
     // only filled with the pages of documents already filed (some 25 MB
     // more at the peak of the 2,000-patient sample, for no gain in time).
-    dpb->insertString(&c.status, isc_dpb_config, "DefaultDbCachePages = 256");
+    dpb->insertString(&status, isc_dpb_config, "DefaultDbCachePages = 256");
 
     firebird::Owned<Firebird::IProvider> provider(firebird::Master()->getDispatcher());
-    c.attachment = provider->attachDatabase(&c.status, parts.database.c_str(), dpb->getBufferLength(&c.status),
-                                            dpb->getBuffer(&c.status));
+    c.attachment = provider->attachDatabase(&status, parts.database.c_str(), dpb->getBufferLength(&status),
+                                            dpb->getBuffer(&status));
 
-    c.transaction = c.attachment->startTransaction(&c.status, sizeof kReadOnlyTransaction, kReadOnlyTransaction);
+    c.transaction = c.attachment->startTransaction(&status, sizeof kReadOnlyTransaction, kReadOnlyTransaction);
     c.queries = std::make_shared<firebird::QueryPool>();
     c.read_ahead = std::make_shared<firebird::ReadAhead>();
   } catch (const Firebird::FbException& error) {
@@ -199,16 +209,17 @@ void Connection::Close() {
   // The statements go before the attachment that they were prepared on.
   c.queries.reset();
   c.read_ahead.reset();
-  EndTransaction(c.transaction, c.status);
+  if (c.status) EndTransaction(c.transaction, *c.status);
   if (c.attachment != nullptr) {
     try {
-      c.attachment->detach(&c.status);
+      c.attachment->detach(&*c.status);
       c.attachment = nullptr;
     } catch (const Firebird::FbException&) {
       firebird::Release(c.attachment);
     }
   }
   c.character_sets.reset();
+  c.status.reset();
 }
 
 }  // namespace source

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -106,9 +107,10 @@ struct QueryPool {
 
 // An open connection: the attachment, its one read-only transaction, the
 // character sets of its database and its prepared queries. Every pointer is
-// null while closed.
+// null, and there is no status, while closed: a connection is made without
+// the client, which is first looked for when it opens.
 struct source::Connection::Impl {
-  firebird::Status status;
+  std::optional<firebird::Status> status;
   Firebird::IAttachment* attachment = nullptr;
   Firebird::ITransaction* transaction = nullptr;
   std::shared_ptr<const firebird::CharacterSets> character_sets;

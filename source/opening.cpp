@@ -1,29 +1,19 @@
 #include "source/opening.h"
 
-#include <fcntl.h>
-#include <pwd.h>
-#include <sys/stat.h>
-#include <sys/statvfs.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <array>
-#include <atomic>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <system_error>
-#include <vector>
 
 #include "host/text.h"
+#include "source/firebird_loader.h"
+#include "source/opening_platform.h"
 
 namespace source::opening {
 namespace {
 
 namespace fs = std::filesystem;
 
-std::atomic<bool> force_copy{false};
+using platform::Quoted;
+using platform::UserName;
 
 // The header page, as the engine lays it out on a little-endian machine.
 constexpr size_t kPageTypeOffset = 0x00;
@@ -43,27 +33,7 @@ unsigned U16At(std::string_view bytes, size_t offset) {
   return static_cast<unsigned char>(bytes[offset]) | (static_cast<unsigned char>(bytes[offset + 1]) << 8);
 }
 
-std::string Quoted(const std::string& path) { return "\"" + path + "\""; }
-
-std::string UserName() {
-  if (const passwd* entry = ::getpwuid(::geteuid()); entry != nullptr) return entry->pw_name;
-  return std::to_string(::geteuid());
-}
-
 std::string OdsText(unsigned major, unsigned minor) { return std::to_string(major) + "." + std::to_string(minor); }
-
-std::string ReadFirstBytes(int descriptor, size_t count) {
-  std::string bytes(count, '\0');
-  size_t got = 0;
-  while (got < count) {
-    const ssize_t n = ::read(descriptor, bytes.data() + got, count - got);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    got += static_cast<size_t>(n);
-  }
-  bytes.resize(got);
-  return bytes;
-}
 
 // What to do about a file that another Firebird wrote.
 std::string OtherEngineRemedy(bool newer) {
@@ -91,31 +61,42 @@ std::string NotADatabaseCause(const std::string& path) {
          "non una copia di sicurezza (.fbk) o un archivio compresso.";
 }
 
-std::string SystemCause(const std::string& path, int error_number, const char* operation) {
-  switch (error_number) {
-    case ENOENT:
-      return "Il file " + Quoted(path) +
-             " non esiste. Rimedio: controllare il percorso; GX_USER.FDB, GX_MEDIA.FDB e GX_DATA.FDB devono stare "
-             "tutti e tre nella stessa cartella.";
-    case ENOTDIR:
-      return "Il percorso " + Quoted(path) +
-             " passa per un file come se fosse una cartella. Rimedio: indicare il percorso completo di GX_USER.FDB.";
-    case EACCES:
-    case EPERM:
-      return "L'utente " + UserName() + " non ha il permesso di " + operation + " il file " + Quoted(path) +
-             ". Rimedio: dare a questo utente il permesso di lettura sul file e di accesso alle cartelle che lo "
-             "contengono, o eseguire la conversione con l'utente che possiede i file.";
-    default:
-      return "Il file " + Quoted(path) + " non si può " + operation + ": " + std::strerror(error_number) + ".";
-  }
-}
-
 // A text of the engine's message, made comparable.
 bool Says(const host::Failure& failure, std::string_view words) {
   return host::text::Lower(failure.description()).find(words) != std::string::npos;
 }
 
 }  // namespace
+
+namespace platform {
+
+std::string Quoted(const std::string& path) { return "\"" + path + "\""; }
+
+std::string MissingCause(const std::string& path) {
+  return "Il file " + Quoted(path) +
+         " non esiste. Rimedio: controllare il percorso; GX_USER.FDB, GX_MEDIA.FDB e GX_DATA.FDB devono stare "
+         "tutti e tre nella stessa cartella.";
+}
+
+std::string FolderCause(const std::string& path) {
+  return "Al posto del file " + Quoted(path) +
+         " c'è una cartella. Rimedio: copiare nella cartella dell'archivio il file del database con quel nome (non "
+         "la cartella che lo contiene).";
+}
+
+std::string NotAFileCause(const std::string& path) {
+  return Quoted(path) +
+         " non è un file ordinario (è un dispositivo, una coda o un socket). Rimedio: indicare la cartella dove si "
+         "trovano i file del database.";
+}
+
+std::string DeniedCause(const std::string& path, const char* operation) {
+  return "L'utente " + UserName() + " non ha il permesso di " + operation + " il file " + Quoted(path) +
+         ". Rimedio: dare a questo utente il permesso di lettura sul file e di accesso alle cartelle che lo "
+         "contengono, o eseguire la conversione con l'utente che possiede i file.";
+}
+
+}  // namespace platform
 
 std::optional<Ods> ReadHeaderPage(std::string_view bytes) {
   if (bytes.size() < kHeaderBytesRead) return std::nullopt;
@@ -149,68 +130,21 @@ std::string WritersOf(unsigned major, unsigned minor) {
   }
 }
 
-bool IsLocalPath(const std::string& database) {
-  // The engine reads any ":" in a path of this system as the end of a host
-  // name, and "xnet://", "inet://" as protocols.
-  return database.find(':') == std::string::npos;
-}
-
-std::string FindBeside(const std::string& folder, const std::string& name) {
-  const std::string exact = folder + name;
-  struct stat st;
-  if (!IsLocalPath(exact) || ::lstat(exact.c_str(), &st) == 0) return exact;
-  const std::string wanted = host::text::Upper(name);
-  std::vector<std::string> found;
-  std::error_code ec;
-  for (fs::directory_iterator entry(folder.empty() ? "." : folder, ec), end; !ec && entry != end; entry.increment(ec)) {
-    const std::string file_name = entry->path().filename().string();
-    std::error_code kind;
-    if (host::text::Upper(file_name) == wanted && entry->is_regular_file(kind)) found.push_back(file_name);
-  }
-  if (found.empty()) return exact;
-  return folder + *std::min_element(found.begin(), found.end());
-}
-
-std::string LockFolder() {
-  const char* given = std::getenv("FIREBIRD_LOCK");
-  return given != nullptr && *given != '\0' ? given : "/tmp/firebird";
-}
-
 FileCheck CheckFile(const std::string& path) {
   FileCheck check;
-  struct stat st;
-  if (::stat(path.c_str(), &st) != 0) {
+  const platform::FileFacts file = platform::LookAt(path, kHeaderBytesRead);
+  if (!file.cause.empty()) {
     check.number = kIoError;
-    check.cause = SystemCause(path, errno, "leggere");
+    check.cause = file.cause;
     return check;
   }
-  if (S_ISDIR(st.st_mode)) {
-    check.number = kIoError;
-    check.cause = "Al posto del file " + Quoted(path) +
-                  " c'è una cartella. Rimedio: copiare nella cartella dell'archivio il file del database con quel "
-                  "nome (non la cartella che lo contiene).";
-    return check;
-  }
-  if (!S_ISREG(st.st_mode)) {
-    check.number = kIoError;
-    check.cause = Quoted(path) +
-                  " non è un file ordinario (è un dispositivo, una coda o un socket). Rimedio: indicare la cartella "
-                  "dove si trovano i file del database.";
-    return check;
-  }
+  check.writable = file.writable;
+  // The practice's running server keeps its file to itself: what the file
+  // holds is then the server's to tell.
+  if (file.held) return check;
+  const std::string& first = file.first_bytes;
 
-  int descriptor = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
-  check.writable = descriptor >= 0;
-  if (descriptor < 0) descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) {
-    check.number = kIoError;
-    check.cause = SystemCause(path, errno, "leggere");
-    return check;
-  }
-  const std::string first = ReadFirstBytes(descriptor, kHeaderBytesRead);
-  ::close(descriptor);
-
-  const auto size = static_cast<uint64_t>(st.st_size);
+  const uint64_t size = file.size;
   if (size == 0) {
     check.number = kCorrupt;
     check.cause = CorruptCause(path, "è vuoto, lungo 0 byte");
@@ -253,33 +187,9 @@ FileCheck CheckFile(const std::string& path) {
   return check;
 }
 
-std::string CheckLockFolder() {
-  const std::string folder = LockFolder();
-  struct stat st;
-  const bool exists = ::stat(folder.c_str(), &st) == 0;
-  std::string problem;
-  if (exists && !S_ISDIR(st.st_mode)) {
-    problem = "non è una cartella";
-  } else if (exists && ::access(folder.c_str(), R_OK | W_OK | X_OK) != 0) {
-    const passwd* entry = ::getpwuid(st.st_uid);
-    const std::string owner = entry != nullptr ? entry->pw_name : std::to_string(st.st_uid);
-    const std::string user = UserName();
-    problem = "appartiene all'utente " + owner + " (il primo che ha usato Firebird su questo computer) e l'utente " +
-              user + " non vi può scrivere";
-  } else if (!exists) {
-    const std::string parent = fs::path(folder).parent_path().string();
-    if (::access(parent.empty() ? "." : parent.c_str(), W_OK | X_OK) != 0)
-      problem = "non esiste e l'utente " + UserName() + " non la può creare";
-  }
-  if (problem.empty()) return "";
-  return "La cartella dei file di blocco del motore Firebird " + Quoted(folder) + " " + problem +
-         ". Rimedio: indicare nella variabile d'ambiente FIREBIRD_LOCK una cartella in cui questo utente possa "
-         "scrivere, oppure dargli il permesso di scrittura su " + Quoted(folder) +
-         " (per esempio aggiungendolo al gruppo che la possiede), oppure eseguire la conversione con l'utente che "
-         "l'ha creata.";
-}
-
 std::string CauseOfAttachFailure(const std::string& path, const host::Failure& failure) {
+  // No client: its cause is already in words.
+  if (failure.number() == firebird::kClientUnavailable) return failure.description();
   const std::string engine = "(messaggio di Firebird: " + failure.description() + ")";
   if (!IsLocalPath(path)) {
     const std::string server = path.substr(0, path.find(':'));
@@ -297,7 +207,8 @@ std::string CauseOfAttachFailure(const std::string& path, const host::Failure& f
              ". Rimedio: indicare dopo \"host:\" il percorso del file come lo vede il server " + engine + ".";
     return "Il database " + Quoted(path) + " non si apre sul server " + engine + ".";
   }
-  if (failure.number() == kLockFolder || Says(failure, "lock files' directory") || Says(failure, "lock manager"))
+  if (!LockFolder().empty() &&
+      (failure.number() == kLockFolder || Says(failure, "lock files' directory") || Says(failure, "lock manager")))
     return CheckLockFolder().empty() ? "Il motore Firebird non può usare la cartella dei file di blocco " +
                                            Quoted(LockFolder()) + " " + engine + "."
                                      : CheckLockFolder() + " " + engine;
@@ -318,8 +229,6 @@ std::string CauseOfAttachFailure(const std::string& path, const host::Failure& f
   return "Il database " + Quoted(path) + " non si apre " + engine + ".";
 }
 
-void ForceCopyForTesting(bool force) { force_copy = force; }
-
 Opening::~Opening() { RemoveCopies(); }
 
 void Opening::Fail(int32_t number, std::string cause) {
@@ -335,43 +244,7 @@ std::string Opening::Prepare(const std::string& database) {
     if (std::string lock = CheckLockFolder(); !lock.empty()) Fail(kLockFolder, lock);
     lock_folder_checked_ = true;
   }
-  if (check.writable && !force_copy) return database;
-
-  // A private copy, in a folder that only this user can enter.
-  if (folder_.empty()) {
-    std::error_code ec;
-    fs::path temp = fs::temp_directory_path(ec);
-    if (ec) temp = "/tmp";
-    std::string pattern = (temp / "kairon-ambulor-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr)
-      Fail(kIoError, "Il file " + Quoted(database) +
-                         " non si può scrivere, come Firebird richiede, e non si è potuta creare una cartella per "
-                         "una sua copia privata in " + Quoted(temp.string()) + ": " + std::strerror(errno) +
-                         ". Rimedio: copiare i tre file in una cartella scrivibile e indicare quella.");
-    folder_ = pattern;
-  }
-  const fs::path source(database);
-  const fs::path copy = fs::path(folder_) / source.filename();
-  std::error_code ec;
-  struct statvfs room;
-  const uintmax_t size = fs::file_size(source, ec);
-  if (!ec && ::statvfs(folder_.c_str(), &room) == 0 &&
-      static_cast<uintmax_t>(room.f_bavail) * room.f_frsize < size + (64u << 20))
-    ec = std::make_error_code(std::errc::no_space_on_device);
-  if (!ec) fs::copy_file(source, copy, fs::copy_options::overwrite_existing, ec);
-  if (!ec) fs::permissions(copy, fs::perms::owner_read | fs::perms::owner_write, ec);
-  if (ec) {
-    std::error_code ignored;
-    fs::remove(copy, ignored);
-    Fail(kIoError, "Il file " + Quoted(database) +
-                       " non si può scrivere, come Firebird richiede anche solo per leggerlo, e la sua copia privata "
-                       "in " + Quoted(folder_) + " non è riuscita: " +
-                       (ec == std::errc::no_space_on_device ? std::string("non c'è spazio sul disco")
-                                                            : ec.message()) +
-                       ". Rimedio: liberare spazio nella cartella temporanea (o indicarne un'altra con TMPDIR), "
-                       "oppure copiare i tre file in una cartella scrivibile e indicare quella.");
-  }
-  return copy.string();
+  return PathToAttach(database, check);
 }
 
 void Opening::Explain(const std::string& database, const host::Failure& failure) {

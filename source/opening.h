@@ -9,7 +9,10 @@
 // into a private folder under the system's temporary folder and the copy is
 // opened instead, since the engine writes the header page of every file it
 // attaches, even for a read-only transaction; the folder goes with the
-// Opening that made it.
+// Opening that made it. On Windows, where the client reaches the files
+// through the installed Firebird or the practice's server, there is no
+// private copy and no lock folder, and a file that a running server holds is
+// left for the engine to open.
 #pragma once
 
 #include <cstdint>
@@ -43,7 +46,8 @@ std::string WritersOf(unsigned major, unsigned minor);
 
 // True for a database text that names a file on this machine (embedded),
 // false for "host:path", "host/port:path" and the URL forms, which a server
-// opens.
+// opens. On Windows a drive letter's ":" ("C:\Ambulor\GX_USER.FDB") is
+// part of a local path.
 bool IsLocalPath(const std::string& database);
 
 // The path of the database file name beside the user database, whose
@@ -51,11 +55,12 @@ bool IsLocalPath(const std::string& database);
 // something lies there or the path is a server's; otherwise the regular
 // file of that folder whose name is name in another case (files copied from
 // Windows shares often come in lower case), the first by name of several;
-// folder + name when there is none.
+// folder + name when there is none. On Windows, whose files are found
+// whatever the case, always folder + name.
 std::string FindBeside(const std::string& folder, const std::string& name);
 
 // The folder where the embedded engine keeps its lock files: FIREBIRD_LOCK,
-// or /tmp/firebird.
+// or /tmp/firebird; empty on Windows.
 std::string LockFolder();
 
 // The number that a cause found before attaching is raised with: the one
@@ -74,7 +79,8 @@ struct FileCheck {
 };
 FileCheck CheckFile(const std::string& path);
 
-// Why the embedded engine can't keep its locks, or empty text.
+// Why the embedded engine can't keep its locks, or empty text (always on
+// Windows).
 std::string CheckLockFolder();
 
 // The cause of a failure of the engine to attach the database at path (as
@@ -82,9 +88,11 @@ std::string CheckLockFolder();
 // nothing better to say.
 std::string CauseOfAttachFailure(const std::string& path, const host::Failure& failure);
 
+#ifndef _WIN32
 // Makes every opening copy the file, writable or not, so that tests can go
 // the way of a read-only source where they can't make one.
 void ForceCopyForTesting(bool force);
+#endif
 
 // The opening of one source: the cause of its last failure and the private
 // copies it made.
@@ -118,6 +126,9 @@ class Opening {
 
  private:
   [[noreturn]] void Fail(int32_t number, std::string cause);
+  // The path that the engine attaches for a local file that passed its
+  // checks: the file itself, or its private copy.
+  std::string PathToAttach(const std::string& database, const FileCheck& check);
 
   std::string cause_;
   std::string folder_;

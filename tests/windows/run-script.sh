@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Runs a test script under Wine's cscript: run-script.sh RUNNER... SCRIPT,
+# Runs a test script (JScript .js or VBScript .vbs) under Wine's cscript:
+#   run-script.sh RUNNER... -- SCRIPT [ARG...]
 # where RUNNER is the command that runs a Windows program (scripts/wine-env.sh
-# run64 or run32) and SCRIPT the script's Windows path.
+# run64 or run32), SCRIPT the script's Windows path and ARG what it is given.
 #
 # cscript under Wine prints nothing and exits 0 when a script doesn't parse
 # or dies on an uncaught error, so a test script catches everything itself,
@@ -9,11 +10,16 @@
 # "N passed, 0 failed" last: a run passes only with both, and N above 0.
 set -uo pipefail
 
-[ $# -ge 2 ] || { echo "usage: run-script.sh RUNNER... SCRIPT" >&2; exit 2; }
-script="${*: -1}"
-runner=("${@:1:$#-1}")
+runner=()
+while [ $# -gt 0 ] && [ "$1" != "--" ]; do
+  runner+=("$1")
+  shift
+done
+[ $# -ge 2 ] && [ ${#runner[@]} -gt 0 ] || { echo "usage: run-script.sh RUNNER... -- SCRIPT [ARG...]" >&2; exit 2; }
+shift
+script="$1"
 
-output="$("${runner[@]}" cscript //nologo "$script")"
+output="$("${runner[@]}" cscript //nologo "$@")"
 status=$?
 printf '%s\n' "$output"
 last="$(printf '%s\n' "$output" | tr -d '\r' | grep -v '^$' | tail -n 1)"

@@ -13,3 +13,9 @@ std::string FromLegacyBytes(std::string_view) {
 }
 
 }  // namespace host::text
+
+namespace host::text {
+
+std::string Lower(std::string_view) { throw std::logic_error("host::text::Lower isn't part of this test program"); }
+
+}  // namespace host::text
