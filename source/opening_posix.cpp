@@ -16,6 +16,7 @@
 #include <system_error>
 #include <vector>
 
+#include "host/process_mark.h"
 #include "host/text.h"
 #include "source/opening.h"
 #include "source/opening_platform.h"
@@ -155,12 +156,13 @@ void ForceCopyForTesting(bool force) { force_copy = force; }
 std::string Opening::PathToAttach(const std::string& database, const FileCheck& check) {
   if (check.writable && !force_copy) return database;
 
-  // A private copy, in a folder that only this user can enter.
+  // A private copy, in a folder that only this user can enter, named with
+  // this process's mark so that what a killed run left can be told apart.
   if (folder_.empty()) {
     std::error_code ec;
     fs::path temp = fs::temp_directory_path(ec);
     if (ec) temp = "/tmp";
-    std::string pattern = (temp / "kairon-ambulor-XXXXXX").string();
+    std::string pattern = (temp / ("kairon-ambulor-" + host::process_mark::Own() + "-XXXXXX")).string();
     if (::mkdtemp(pattern.data()) == nullptr)
       Fail(kIoError, "Il file " + Quoted(database) +
                          " non si può scrivere, come Firebird richiede, e non si è potuta creare una cartella per "

@@ -1,12 +1,17 @@
 // The reference host when its archive can't grow (a file size limit, as a
 // full disk or quota gives) and when it is killed outright: the archive
 // opens afterwards with every patient committed before the fault, whole,
-// and a second run with --overwrite succeeds.
+// and a second run with --overwrite succeeds; what the killed run left
+// goes with clean or the next run.
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <map>
+#include <regex>
+
+#include "host/process_mark.h"
 
 #include "support/fixture.h"
 #include "support/process.h"
@@ -125,6 +130,104 @@ TEST_F(HostFaults, AKilledRunLeavesAnArchiveThatOpens) {
   EXPECT_FALSE(fs::exists(archive + "-wal"));
   EXPECT_FALSE(fs::exists(archive + "-shm"));
   ExpectOverwriteSucceeds(archive);
+}
+
+// The names in folders that carry the mark of process pid.
+std::vector<std::string> MarkedBy(const std::vector<fs::path>& folders, pid_t pid) {
+  const std::regex marked("kairon-(convert-|ambulor-)?" + std::to_string(pid) + "-.*");
+  std::vector<std::string> names;
+  for (const fs::path& folder : folders)
+    for (const auto& entry : fs::directory_iterator(folder)) {
+      const std::string name = entry.path().filename().string();
+      if (std::regex_search(name, marked)) names.push_back(name);
+    }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// A killed run over a read-only source that replaces an archive leaves its
+// temporary folder, the source's private copy and the unfinished
+// replacement with its -wal and -shm. clean removes them and says so, as
+// the next run does for another killed run; what a run still under way
+// keeps, and what only looks like ours, stays.
+TEST_F(HostFaults, WhatAKilledRunLeftGoesWithCleanOrTheNextRun) {
+  const fs::path system_temp = dir_.path() / "systemp", ro = dir_.path() / "ro";
+  fs::create_directories(system_temp);
+  fs::copy(folder_->path() / "src", ro);
+  if (std::system(("chattr -R +i " + ro.string() + " 2>/dev/null").c_str()) != 0)
+    GTEST_SKIP() << "chattr +i doesn't work here: no read-only source to try";
+  struct Unfreeze {
+    fs::path folder;
+    ~Unfreeze() { std::system(("chattr -R -i " + folder.string()).c_str()); }
+  } unfreeze{ro};
+  const std::vector<std::string> env{"TMPDIR=" + system_temp.string()};
+  const std::vector<fs::path> folders{system_temp, dir_.path()};
+
+  // What only looks like ours: no mark, a file where folders are made, a
+  // replacement's name of another program, and a folder of this (live)
+  // process. A folder whose pid is this process's but whose start time
+  // isn't was made by a process that had the pid before.
+  const std::vector<fs::path> not_leftovers{system_temp / "kairon-convert-notes", system_temp / "kairon-convert-1-1-AbCdEf",
+                                            dir_.path() / ".over.sqlite.AbCdEf",
+                                            system_temp / ("kairon-convert-" + host::process_mark::Own() + "-AbCdEf")};
+  fs::create_directory(not_leftovers[0]);
+  std::ofstream(not_leftovers[1]) << "notes";
+  std::ofstream(not_leftovers[2]) << "another program's";
+  fs::create_directory(not_leftovers[3]);
+  const fs::path reused = system_temp / ("kairon-convert-" + std::to_string(getpid()) + "-1-AbCdEf");
+  fs::create_directory(reused);
+
+  // Runs over the read-only source that replace archive, under way with a
+  // few patients filed.
+  auto start = [&](const std::string& archive) {
+    fs::copy_file(full_, dir_ / archive);
+    std::vector<std::string> args = Convert(dir_ / archive, {"--overwrite"});
+    args[2] = (ro / "GX_USER.FDB").string();
+    auto run = std::make_unique<support::Process>(args, dir_.path() / archive, env);
+    const std::string replacement = "." + archive + ".kairon-" + std::to_string(run->pid()) + "-";
+    for (int i = 0; i < 2000 && run->Running(); ++i) {
+      for (const auto& entry : fs::directory_iterator(dir_.path())) {
+        const std::string name = entry.path().filename().string();
+        if (name.starts_with(replacement) && name.size() == replacement.size() + 13 &&
+            Count(entry.path().string(), "patients") >= 5)
+          return run;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    ADD_FAILURE() << "the run over " << archive << " ended before it was under way";
+    return run;
+  };
+  // The run under way is held still meanwhile; the killed run, starting,
+  // leaves its files alone.
+  auto live = start("live.sqlite");
+  live->Signal(SIGSTOP);
+  const std::vector<std::string> kept = MarkedBy(folders, live->pid());
+  ASSERT_GE(kept.size(), 4u) << ::testing::PrintToString(kept);
+  auto killed = start("over.sqlite");
+  killed->Signal(SIGKILL);
+  ASSERT_EQ(killed->Wait().status, -SIGKILL);
+  const std::vector<std::string> left = MarkedBy(folders, killed->pid());
+  ASSERT_EQ(left.size(), 5u) << ::testing::PrintToString(left);  // the folder, the copy, the replacement, -wal, -shm
+
+  support::Outcome clean = support::Run({KAIRON_CONVERT_PATH, "clean", dir_.path().string()}, dir_.path() / "clean", env);
+  EXPECT_EQ(clean.status, 0) << clean.err;
+  EXPECT_EQ(MarkedBy(folders, killed->pid()), std::vector<std::string>{});
+  for (const char* what : {"the temporary folder of a conversion", "the private copy of a read-only source",
+                           "the unfinished replacement of over.sqlite, with its -wal and -shm"})
+    EXPECT_TRUE(clean.Says(what)) << what << "\n" << clean.out;
+  EXPECT_EQ(MarkedBy(folders, live->pid()), kept);
+  for (const fs::path& path : not_leftovers) EXPECT_TRUE(fs::exists(path)) << path;
+  EXPECT_FALSE(fs::exists(reused));
+  EXPECT_TRUE(fs::exists(dir_ / "over.sqlite"));
+
+  // Killed in its turn, the second run's leftovers go with the next run.
+  live->Signal(SIGKILL);
+  live->Wait();
+  support::Outcome next = support::Run(Convert(dir_ / "next.sqlite", {}), dir_.path() / "next", env);
+  EXPECT_EQ(next.status, 5) << next.err;
+  EXPECT_EQ(MarkedBy(folders, live->pid()), std::vector<std::string>{});
+  EXPECT_TRUE(next.Says("left by process " + std::to_string(live->pid()))) << next.err;
+  for (const fs::path& path : not_leftovers) EXPECT_TRUE(fs::exists(path)) << path;
 }
 
 }  // namespace

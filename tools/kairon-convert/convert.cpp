@@ -18,6 +18,7 @@
 #include <stdexcept>
 
 #include "host/failure.h"
+#include "host/process_mark.h"
 #include "tools/kairon-convert/objects.h"
 #include "tools/kairon-convert/output_files.h"
 #include "tools/kairon-convert/paths.h"
@@ -133,7 +134,7 @@ class TemporaryFolder {
 
   explicit TemporaryFolder(const std::string& given) : path_(given) {
     if (!path_.empty()) return;
-    path_ = (std::filesystem::path(SystemFolder()) / "kairon-convert-XXXXXX").string();
+    path_ = (std::filesystem::path(SystemFolder()) / ("kairon-convert-" + host::process_mark::Own() + "-XXXXXX")).string();
     if (mkdtemp(path_.data()) == nullptr)
       throw std::runtime_error("cannot create a temporary folder in " + SystemFolder() + ": " + CauseOf(errno));
     own_ = true;
@@ -273,6 +274,14 @@ ConvertOutcome Convert(const host::ObjectRef& conversione, const ConvertOptions&
     outcome.raised = Raised(failure);
     return outcome;
   }
+
+  // What killed runs left where this run makes its folders and files goes
+  // before it starts.
+  std::vector<std::string> leftover_folders = SystemTemporaryFolders();
+  for (const auto& [what, file] : written)
+    if (!file.empty()) leftover_folders.push_back(std::filesystem::path(file).parent_path().string());
+  for (const Removal& removal : RemoveLeftovers(leftover_folders))
+    if (options.leftover_removed) options.leftover_removed(removal);
 
   std::optional<TemporaryFolder> tempdir;
   std::unique_ptr<OutputFiles> outputs;

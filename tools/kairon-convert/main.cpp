@@ -1,5 +1,5 @@
 // kairon-convert: the reference host's command line (info, test, convert,
-// report). Exit status, the first that applies: 2 bad command line or
+// report, clean). Exit status, the first that applies: 2 bad command line or
 // unusable file, 3 Test gave false, 1 the plug-in reported failure (for
 // test: the databases didn't open), 4 the run's report couldn't be written,
 // 6 the run was stopped before its end, 5 patients in "ERR" or refused by
@@ -11,6 +11,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <memory>
@@ -327,6 +328,36 @@ int ConvertCommand(const host::ObjectRef& conversione, const refhost::ConvertOpt
   return report_status != kSuccess ? report_status : shortfall_status;
 }
 
+// A leftover of a killed run removed, or not, in one line.
+std::string RemovalText(const refhost::Removal& removal) {
+  const refhost::Leftover& leftover = removal.leftover;
+  std::string text = (removal.failure.empty() ? "removed " : "couldn't remove ") + leftover.path + " (" + leftover.what;
+  for (size_t i = 0; i < leftover.companions.size(); ++i)
+    text += (i == 0 ? ", with its " : " and ") + leftover.companions[i].substr(leftover.path.size());
+  text += ", " + runreport::SizeText(static_cast<int64_t>(leftover.bytes)) + "), left by process " +
+          std::to_string(leftover.pid) + ", which ended without tidying up";
+  return removal.failure.empty() ? text : text + ": " + removal.failure;
+}
+
+int CleanCommand(const std::vector<std::string>& given) {
+  std::vector<std::string> folders = given.empty() ? std::vector<std::string>{"."} : given;
+  for (const std::string& folder : folders)
+    if (!std::filesystem::is_directory(folder))
+      return ReportUnusable(std::runtime_error(folder + " is not a folder"));
+  const std::vector<std::string> temporary = refhost::SystemTemporaryFolders();
+  folders.insert(folders.begin(), temporary.begin(), temporary.end());
+  const std::vector<refhost::Removal> removals = refhost::RemoveLeftovers(folders);
+  bool failed = false;
+  for (const refhost::Removal& removal : removals) {
+    std::cout << RemovalText(removal) << "\n";
+    failed = failed || !removal.failure.empty();
+  }
+  if (removals.empty())
+    std::cout << "Nothing left by killed runs in " << temporary.front() << " or "
+              << (given.empty() ? "this folder" : "the folders given") << ".\n";
+  return failed ? kPluginFailed : kSuccess;
+}
+
 int ReportCommand(const std::string& archive, const std::vector<runreport::ReportTarget>& targets, bool overwrite,
                   const std::string& source) {
   runreport::RunRecord run;
@@ -460,6 +491,19 @@ int main(int argc, char** argv) {
   report->add_option("--source", report_source,
                      "Make the accounts against this GX_USER.FDB instead of the run's own (moved or copied source)");
 
+  std::vector<std::string> clean_folders;
+  CLI::App* clean = app.add_subcommand(
+      "clean", "Remove what runs that were killed (kill -9, a crash, a machine switched off) left behind, and say "
+               "what: temporary folders and private copies of read-only sources in the system's temporary folder, "
+               "unfinished replacements of archives, traces and reports (with SQLite's -wal and -shm) in the "
+               "folders given. What a run still under way keeps is never touched; convert does the same before "
+               "it starts");
+  clean->footer(
+      "Example:\n  kairon-convert clean /srv/conversioni\n\n"
+      "Exit status: 0 done (also when nothing was left); 1 something couldn't be removed (it is named); 2 bad "
+      "command line or a FOLDER that isn't one.");
+  clean->add_option("FOLDER", clean_folders, "Where the archives were written (default: the current folder)");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -467,13 +511,14 @@ int main(int argc, char** argv) {
     // that names the program.
     if (e.get_exit_code() == 0) return app.exit(e);
     std::string help = kProgram;
-    for (const CLI::App* command : {info, test, convert, report})
+    for (const CLI::App* command : {info, test, convert, report, clean})
       if (argc > 1 && command->get_name() == argv[1]) help += " " + command->get_name();
     std::cerr << kProgram << ": " << e.what() << " (" << help << " --help tells what it takes)\n";
     return kUnusable;
   }
 
   try {
+    if (clean->parsed()) return CleanCommand(clean_folders);
     if (info->parsed()) return WithPlugin(plugin, [&](const host::ObjectRef& c) { return InfoCommand(c, json); });
     for (const std::string* source : {&conn, &options.conn})
       if (std::string wrong = tools::WrongUserDatabase(*source); !source->empty() && !wrong.empty())
@@ -502,6 +547,9 @@ int main(int argc, char** argv) {
     stop_after_patient = true;
     options.count_source_patients = SourcePatients;
     options.warn = [](const std::string& warning) { std::cerr << "kairon-convert: warning: " << warning << "\n"; };
+    options.leftover_removed = [](const refhost::Removal& removal) {
+      std::cerr << "kairon-convert: " << RemovalText(removal) << "\n";
+    };
     return WithPlugin(plugin, [&](const host::ObjectRef& c) { return ConvertCommand(c, options, reports); });
   } catch (const std::exception& e) {
     return ReportUnusable(e);

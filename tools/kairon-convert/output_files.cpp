@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <optional>
 
+#include "host/process_mark.h"
 #include "tools/kairon-convert/archive.h"
 #include "tools/kairon-convert/trace.h"
 
@@ -144,6 +145,10 @@ std::string CauseOf(int error_number) {
   }
 }
 
+std::string ReplacementName(const std::string& name) {
+  return "." + name + ".kairon-" + host::process_mark::Own() + "-XXXXXX";
+}
+
 std::vector<std::string> SourceFiles(const std::string& conn) {
   const std::string user = conn.substr(0, conn.find(';'));
   if (user.empty()) return {};
@@ -187,7 +192,7 @@ void OutputFiles::Create(Output& output, bool replace) {
   if (flock(output.replaced_descriptor, LOCK_EX | LOCK_NB) != 0)
     Refuse(output.path + " is being written by another run");
   fs::path target(output.path);
-  std::string written = (fs::path(FolderOf(output.path)) / ("." + target.filename().string() + ".XXXXXX")).string();
+  std::string written = (fs::path(FolderOf(output.path)) / ReplacementName(target.filename().string())).string();
   output.descriptor = mkostemp(written.data(), O_CLOEXEC);
   if (output.descriptor < 0) Refuse("cannot create a file beside " + output.path + ": " + CauseOf(errno));
   output.written = written;

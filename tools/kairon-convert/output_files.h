@@ -31,6 +31,10 @@ using TextPieces = std::function<void(const std::function<void(std::string_view)
 // "no permission", ... and strerror's text for the others.
 std::string CauseOf(int error_number);
 
+// The name, for mkstemp, of the file that replaces the file name once it is
+// whole: hidden, beside it, with this process's mark ".NAME.kairon-MARK-XXXXXX".
+std::string ReplacementName(const std::string& name);
+
 struct OutputPaths {
   std::string archive;
   std::string trace;                 // empty: no trace

@@ -15,6 +15,7 @@
 
 #include "host/component.h"
 #include "host/object.h"
+#include "tools/kairon-convert/leftovers.h"
 
 namespace refhost {
 
@@ -132,6 +133,10 @@ struct ConvertOptions {
   // Nullopt, or no function, leaves the count out.
   std::function<std::optional<int64_t>(const std::string& conn)> count_source_patients;
   std::function<void(const std::string&)> warn;  // told each warning as it arises
+  // Told each leftover of a killed run that the run removed (or couldn't)
+  // from the system's temporary folders and the folders of its files,
+  // before it starts.
+  std::function<void(const Removal&)> leftover_removed;
   int stop_at_patient = 0;  // >0: Stop is set in the UpdateProgress of that patient (counted from 1), as a Ctrl-C would
 };
 

@@ -104,7 +104,7 @@ void WriteReport(const ReportTarget& target, const std::string& content, bool ov
   auto fail = [&](const std::string& what, int error) -> void {
     throw ReportWriteError("cannot write the report " + path + ": " + what + refhost::CauseOf(error));
   };
-  std::string temporary = (fs::path(FolderOf(path)) / ("." + fs::path(path).filename().string() + ".XXXXXX")).string();
+  std::string temporary = (fs::path(FolderOf(path)) / refhost::ReplacementName(fs::path(path).filename().string())).string();
   int fd = mkostemp(temporary.data(), O_CLOEXEC);
   if (fd < 0) fail("", errno);
   const mode_t mask = umask(0);

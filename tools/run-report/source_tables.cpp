@@ -9,6 +9,7 @@
 #include "converters/documents/filing.h"
 #include "converters/documents/gzip_decoder.h"
 #include "host/failure.h"
+#include "host/process_mark.h"
 #include "plugin/modConversione.h"
 #include "source/recordset.h"
 
@@ -55,7 +56,7 @@ StoredFile SourceTables::Summarize(const host::Value& bytes) {
   file.gzip = content.size() >= 3 && content[0] == 0x1F && content[1] == 0x8B && content[2] == 0x08;
   if (file.gzip) {
     if (scratch_.empty()) {
-      std::string pattern = (std::filesystem::temp_directory_path() / "kairon-accounts-XXXXXX").string();
+      std::string pattern = (std::filesystem::temp_directory_path() / ("kairon-accounts-" + host::process_mark::Own() + "-XXXXXX")).string();
       if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder for the gzip streams");
       scratch_ = pattern;
     }
