@@ -20,20 +20,20 @@ target_include_directories(kairon_firebird_headers SYSTEM INTERFACE ${KAIRON_FIR
 
 find_package(ZLIB REQUIRED)
 
-# The plug-in's sources that compile for Windows as they are: the value model
-# but its text functions (ICU), the source's connections, recordsets and
-# opening causes, the driver, the reading rules and the converters but the
-# documents' filing and temporary folder (POSIX files).
-# Compiled only, not linked: what they call on the other side isn't there yet.
+# The plug-in's sources that compile for Windows as they are: the value model,
+# the driver, the reading rules and the converters, and what of the text
+# functions, the shared routines and filing is plain C++ (their platform's
+# side is in cnvkairon_windows). Compiled only, not linked: what they call on
+# the other side isn't all there yet.
 file(GLOB windows_converter_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/converters/*/*.cpp)
-list(REMOVE_ITEM windows_converter_sources
-  ${CMAKE_SOURCE_DIR}/converters/documents/filing.cpp
-  ${CMAKE_SOURCE_DIR}/converters/documents/ImpostaCartellaTemporanea.cpp)
+list(REMOVE_ITEM windows_converter_sources ${CMAKE_SOURCE_DIR}/converters/documents/temp_files_posix.cpp)
 add_library(cnvkairon_portable OBJECT
   host/value.cpp
   host/object.cpp
   host/failure.cpp
+  host/text.cpp
   plugin/Conversione.cpp
+  plugin/modConversione.cpp
   source/clsAmbulor.cpp
   source/connection.cpp
   source/keyed_list.cpp
@@ -46,13 +46,17 @@ target_include_directories(cnvkairon_portable PUBLIC ${CMAKE_SOURCE_DIR})
 target_link_libraries(cnvkairon_portable PUBLIC kairon_firebird_headers ZLIB::ZLIB)
 
 # The Windows-only layers: values and host objects through Automation
-# (host/windows), and the in-process server's counts and registry keys
-# (plugin/windows).
+# (host/windows), the in-process server's counts and registry keys
+# (plugin/windows), and the system's side of the text functions, the shared
+# routines and the temporary folder's files.
 add_library(cnvkairon_windows OBJECT
   host/windows/variant.cpp
   host/windows/dispatch_object.cpp
+  host/windows/text_case.cpp
   plugin/windows/server.cpp
-  plugin/windows/registration.cpp)
+  plugin/windows/registration.cpp
+  plugin/windows/local_system.cpp
+  converters/documents/windows/temp_files.cpp)
 target_include_directories(cnvkairon_windows PUBLIC ${CMAKE_SOURCE_DIR})
 target_link_libraries(cnvkairon_windows PUBLIC oleaut32 ole32 advapi32 uuid)
 

@@ -1,24 +1,11 @@
 #include "host/text.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
-
-#include <unicode/locid.h>
-#include <unicode/unistr.h>
-#include <unicode/utf8.h>
 
 namespace host::text {
 namespace {
-
-std::string ToUtf8(const icu::UnicodeString& u) {
-  std::string out;
-  u.toUTF8String(out);
-  return out;
-}
-
-icu::UnicodeString FromUtf8(std::string_view s) {
-  return icu::UnicodeString::fromUTF8(icu::StringPiece(s.data(), static_cast<int32_t>(s.size())));
-}
 
 // Windows-1252 code points of the bytes 0x80 to 0x9F; the five bytes that the
 // code page leaves unassigned keep their C1 control code.
@@ -27,22 +14,55 @@ constexpr char16_t kWindows1252High[32] = {
     0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
     0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
+constexpr bool IsTrail(unsigned char b) { return (b & 0xC0) == 0x80; }
+
+// The character at s[at], moving at past it; -1 for a sequence that isn't
+// well-formed UTF-8, past whose longest well-formed start at moves (at
+// least one byte), so that each ill-formed piece counts as one character.
+int32_t NextCharacter(std::string_view s, size_t& at) {
+  const auto byte = [&](size_t i) { return static_cast<unsigned char>(s[i]); };
+  const unsigned char lead = byte(at++);
+  if (lead < 0x80) return lead;
+  // The lead byte gives the length and the range that the first trail byte
+  // may take, which excludes overlong forms, surrogates and what lies past
+  // U+10FFFF.
+  size_t trails;
+  unsigned char low = 0x80, high = 0xBF;
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    trails = 1;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    trails = 2;
+    if (lead == 0xE0) low = 0xA0;
+    if (lead == 0xED) high = 0x9F;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    trails = 3;
+    if (lead == 0xF0) low = 0x90;
+    if (lead == 0xF4) high = 0x8F;
+  } else {
+    return -1;
+  }
+  int32_t c = lead & (0x3F >> trails);
+  for (size_t k = 0; k < trails; ++k) {
+    if (at == s.size()) return -1;
+    const unsigned char b = byte(at);
+    if (k == 0 ? b < low || b > high : !IsTrail(b)) return -1;
+    c = c << 6 | (b & 0x3F);
+    ++at;
+  }
+  return c;
+}
+
 }  // namespace
 
-std::string Upper(std::string_view s) { return ToUtf8(FromUtf8(s).toUpper(icu::Locale::getItalian())); }
-
-std::string Lower(std::string_view s) { return ToUtf8(FromUtf8(s).toLower(icu::Locale::getItalian())); }
-
 std::string Left(std::string_view s, size_t n) {
-  int32_t offset = 0, length = static_cast<int32_t>(s.size());
-  for (size_t count = 0; count < n && offset < length; ++count) U8_FWD_1(s.data(), offset, length);
-  return std::string(s.substr(0, static_cast<size_t>(offset)));
+  size_t at = 0;
+  for (size_t count = 0; count < n && at < s.size(); ++count) NextCharacter(s, at);
+  return std::string(s.substr(0, at));
 }
 
 size_t Length(std::string_view s) {
-  int32_t offset = 0, length = static_cast<int32_t>(s.size());
-  size_t count = 0;
-  for (; offset < length; ++count) U8_FWD_1(s.data(), offset, length);
+  size_t at = 0, count = 0;
+  for (; at < s.size(); ++count) NextCharacter(s, at);
   return count;
 }
 
@@ -54,12 +74,9 @@ std::string Trim(std::string_view s) {
 }
 
 bool IsValidUtf8(std::string_view bytes) {
-  int32_t i = 0, length = static_cast<int32_t>(bytes.size());
-  while (i < length) {
-    UChar32 c;
-    U8_NEXT(bytes.data(), i, length, c);
-    if (c < 0) return false;
-  }
+  size_t at = 0;
+  while (at < bytes.size())
+    if (NextCharacter(bytes, at) < 0) return false;
   return true;
 }
 
@@ -101,10 +118,9 @@ std::string FromWindows1252(std::string_view bytes) {
 std::optional<std::string> ToWindows1252(std::string_view utf8) {
   std::string out;
   out.reserve(utf8.size());
-  int32_t i = 0, length = static_cast<int32_t>(utf8.size());
-  while (i < length) {
-    UChar32 c;
-    U8_NEXT(utf8.data(), i, length, c);
+  size_t at = 0;
+  while (at < utf8.size()) {
+    const int32_t c = NextCharacter(utf8, at);
     if (c < 0) return std::nullopt;
     if (c < 0x80 || (c >= 0xA0 && c <= 0xFF)) {
       out += static_cast<char>(c);

@@ -1,5 +1,8 @@
 // Unicode text as the value model holds it: UTF-8. Case and lengths are
-// those of characters (code points), worked out with ICU, never of bytes.
+// those of characters (code points), never of bytes. Everything here is
+// plain C++ (text.cpp) but upper and lower case, which take the platform's
+// own tables (text_case.cpp with ICU, windows/text_case.cpp with the
+// system's case mapping).
 #pragma once
 
 #include <optional>
@@ -8,6 +11,9 @@
 
 namespace host::text {
 
+// Simple case mapping: each character becomes one character ("ß" stays
+// "ß", final sigma is not told apart), so no text changes its number of
+// characters. A sequence that isn't well-formed UTF-8 becomes U+FFFD.
 std::string Upper(std::string_view s);
 std::string Lower(std::string_view s);
 

@@ -1,12 +1,11 @@
 #include "plugin/modConversione.h"
 
 #include <cmath>
-#include <ctime>
 #include <optional>
-#include <sys/stat.h>
 
 #include "host/failure.h"
 #include "host/text.h"
+#include "plugin/local_system.h"
 
 namespace cnv {
 
@@ -38,8 +37,7 @@ int32_t Percentuale(int64_t parte, int64_t totale) {
 
 bool EsisteFile(const std::string& percorso) {
   if (host::text::Trim(percorso).empty()) return false;
-  struct stat st;
-  return ::stat(percorso.c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
+  return local_system::IsFileThere(percorso);
 }
 
 std::string RaddoppiaApici(const std::string& testo) {
@@ -122,10 +120,8 @@ host::Date& FixedToday() {
 
 host::Date Today() {
   if (FixedToday() != host::Date{}) return FixedToday();
-  std::time_t now = std::time(nullptr);
-  std::tm local;
-  localtime_r(&now, &local);
-  return host::Date{local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, 0, 0, 0};
+  const local_system::Day today = local_system::LocalToday();
+  return host::Date{today.year, today.month, today.day, 0, 0, 0};
 }
 
 void SetTodayForTesting(const host::Date& today) { FixedToday() = today; }

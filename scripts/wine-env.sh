@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Runs Windows programs of the cross build under Wine, each run in a Wine
-# prefix of its own that is removed afterwards, with Wine's debug output off.
+# prefix of its own that is removed afterwards, with Wine's debug output off
+# and a UTF-8 locale (Wine names a file on the Unix side in the locale's
+# encoding: without it, a name with a letter beyond ASCII can't be made).
 #
 #   wine-env.sh run64 PROGRAM [ARG...]   under 64-bit Wine on this machine
 #   wine-env.sh run32 PROGRAM [ARG...]   under 32-bit Wine in the i386 root
@@ -67,7 +69,8 @@ run64() {
   local status=0
   run="$(mktemp -d "${TMPDIR:-/tmp}/kairon-wine64.XXXXXX")"
   mkdir "$run/tmp"
-  export WINEPREFIX="$run/prefix" TMPDIR="$run/tmp" WINEARCH=win64 WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+  export WINEPREFIX="$run/prefix" TMPDIR="$run/tmp" WINEARCH=win64 WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" \
+    LC_ALL=C.UTF-8
   trap '"$wineserver" -k 2>/dev/null || true; rm -rf "$run"' EXIT
   if ! "$wine" wineboot --init >"$run/boot.log" 2>&1 || [ ! -f "$WINEPREFIX/drive_c/windows/system32/kernel32.dll" ]; then
     cat "$run/boot.log" >&2
@@ -102,8 +105,8 @@ chown -R "$user" "$root$run"
 # A UTF-8 locale, without which Wine can't name a file with a letter beyond
 # ASCII on the Linux side.
 in_root() {
-  chroot --userspec="$user:$user" "$root" /usr/bin/env -i PATH=/usr/bin:/bin LANG=C.UTF-8 HOME="$run" TMPDIR="$run/tmp" \
-    WINEPREFIX="$run/prefix" WINEARCH=win32 WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" "$@"
+  chroot --userspec="$user:$user" "$root" /usr/bin/env -i PATH=/usr/bin:/bin HOME="$run" TMPDIR="$run/tmp" \
+    WINEPREFIX="$run/prefix" WINEARCH=win32 WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" LC_ALL=C.UTF-8 "$@"
 }
 trap 'in_root /usr/lib/wine/wineserver -k 2>/dev/null || true; rm -rf "$root$run"' EXIT
 if ! in_root /usr/bin/wine wineboot --init >"$root$run/boot.log" 2>&1 ||

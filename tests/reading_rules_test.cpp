@@ -1,9 +1,15 @@
 // The reading rules and shared routines that every converter leans on.
 #include <gtest/gtest.h>
 
+#include <unicode/uchar.h>
+#include <unicode/utf8.h>
+
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <fstream>
+#include <set>
+#include <sstream>
 
 #include "host/failure.h"
 #include "host/text.h"
@@ -206,6 +212,81 @@ TEST(Text, CharactersNotBytes) {
   for (int b = 1; b < 256; ++b) every_byte += static_cast<char>(b);
   EXPECT_EQ(host::text::ToWindows1252(host::text::FromLegacyBytes(every_byte)), every_byte);
   EXPECT_FALSE(host::text::ToWindows1252("Łódź").has_value());
+}
+
+TEST(Text, CaseIsOneCharacterForOne) {
+  EXPECT_EQ(host::text::Upper("straße ǆ ŉ"), "STRAßE Ǆ ŉ");
+  EXPECT_EQ(host::text::Lower("ΟΔΟΣ İ"), "οδοσ i");
+  EXPECT_EQ(host::text::Upper("a\xFF" "b\xE0\x80"), "A\uFFFD" "B\uFFFD\uFFFD");
+}
+
+// Length, Left and the test of well-formed UTF-8 walk text themselves; they
+// must agree with ICU's reading on every short sequence, ill-formed ones
+// included: all pairs of bytes, and runs of four drawn from the bytes where
+// the rules change.
+TEST(Text, WalksUtf8AsIcuDoes) {
+  const auto icu_length = [](const std::string& s, bool& valid) {
+    int32_t at = 0, length = static_cast<int32_t>(s.size());
+    size_t count = 0;
+    valid = true;
+    while (at < length) {
+      UChar32 c;
+      U8_NEXT(s.data(), at, length, c);
+      valid = valid && c >= 0;
+      ++count;
+    }
+    return count;
+  };
+  const auto check = [&](const std::string& s) {
+    bool valid;
+    const size_t count = icu_length(s, valid);
+    ASSERT_EQ(host::text::Length(s), count) << testing::PrintToString(s);
+    ASSERT_EQ(host::text::IsValidUtf8(s), valid) << testing::PrintToString(s);
+    int32_t at = 0;
+    U8_FWD_1(s.data(), at, static_cast<int32_t>(s.size()));
+    ASSERT_EQ(host::text::Left(s, 1), s.substr(0, static_cast<size_t>(at))) << testing::PrintToString(s);
+  };
+  for (int a = 0; a < 256; ++a)
+    for (int b = 0; b < 256; ++b) check({static_cast<char>(a), static_cast<char>(b)});
+  const unsigned char edges[] = {0x41, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF, 0xC0, 0xC1, 0xC2,
+                                 0xDF, 0xE0, 0xE1, 0xEC, 0xED, 0xEE, 0xEF, 0xF0, 0xF3, 0xF4, 0xF5, 0xFF};
+  for (unsigned char a : edges)
+    for (unsigned char b : edges)
+      for (unsigned char c : edges)
+        for (unsigned char d : edges)
+          check({static_cast<char>(a), static_cast<char>(b), static_cast<char>(c), static_cast<char>(d)});
+}
+
+// tests/windows/case_table.inc holds every character of Windows-1252, Latin-1
+// Supplement, Latin Extended-A and Greek with its upper and lower case as
+// made here, and the Windows tests check that the system's mapping gives the
+// same. KAIRON_UPDATE_CASE_TABLE=1 rewrites it.
+TEST(CaseTable, IsCurrent) {
+  std::set<UChar32> characters;
+  for (int b = 0; b < 256; ++b) {
+    const std::string utf8 = host::text::FromWindows1252(std::string(1, static_cast<char>(b)));
+    int32_t at = 0;
+    UChar32 c;
+    U8_NEXT(utf8.data(), at, static_cast<int32_t>(utf8.size()), c);
+    characters.insert(c);
+  }
+  for (UChar32 c = 0x80; c <= 0x17F; ++c) characters.insert(c);
+  for (UChar32 c = 0x370; c <= 0x3FF; ++c) characters.insert(c);
+  std::ostringstream table;
+  table << "// Every character of Windows-1252, Latin-1 Supplement, Latin Extended-A and\n"
+           "// Greek: {character, upper case, lower case}, as ICU's simple case mapping\n"
+           "// gives them. Made by reading_rules_test (CaseTable.IsCurrent); don't edit.\n";
+  char row[64];
+  for (UChar32 c : characters) {
+    if (c == 0 || u_charType(c) == U_UNASSIGNED) continue;
+    std::snprintf(row, sizeof row, "{0x%04X, 0x%04X, 0x%04X},\n", c, u_toupper(c), u_tolower(c));
+    table << row;
+  }
+  const std::filesystem::path file = std::filesystem::path(KAIRON_DATA_DIR) / "../tests/windows/case_table.inc";
+  if (std::getenv("KAIRON_UPDATE_CASE_TABLE") != nullptr) std::ofstream(file, std::ios::binary) << table.str();
+  std::ifstream in(file, std::ios::binary);
+  const std::string stored((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  EXPECT_EQ(stored, table.str()) << "run with KAIRON_UPDATE_CASE_TABLE=1 to rewrite " << file;
 }
 
 TEST(KeyedList, KeysIgnoreCaseAndRefuseDuplicates) {

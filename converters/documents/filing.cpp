@@ -1,11 +1,5 @@
 #include "converters/documents/filing.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-
 #include "converters/documents/file_name.h"
 #include "converters/documents/gzip_decoder.h"
 #include "host/failure.h"
@@ -17,93 +11,53 @@ namespace {
 
 [[noreturn]] void RaiseBadFileName() { throw host::Failure(kBadFileName, "Nome o numero di file non valido"); }
 
-[[noreturn]] void RaiseFileFailure(int error) {
-  switch (error) {
-    case EINVAL:
-    case ENAMETOOLONG:
-      RaiseBadFileName();
-    case ENOENT:
-    case ENOTDIR:
-      throw host::Failure(kPathNotFound, "Impossibile trovare il percorso");
-    default:
-      throw host::Failure(kPathAccessError, "Errore di accesso al percorso/file");
-  }
-}
-
 }  // namespace
 
-TempFolder::TempFolder(std::string path) : path_(std::move(path)) {}
+void RaiseFileFailure(temp_files::Failure failure) {
+  switch (failure) {
+    case temp_files::Failure::kBadName:
+      RaiseBadFileName();
+    case temp_files::Failure::kPathNotFound:
+      throw host::Failure(kPathNotFound, "Impossibile trovare il percorso");
+    case temp_files::Failure::kAccess:
+      break;
+  }
+  throw host::Failure(kPathAccessError, "Errore di accesso al percorso/file");
+}
 
 TempFolder::~TempFolder() {
-  if (folder_fd_ < 0) return;
-  for (const auto& [name, identity] : written_) {
-    struct stat st {};
-    if (fstatat(folder_fd_, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
-    if (!S_ISREG(st.st_mode) || st.st_dev != identity.device || st.st_ino != identity.inode) continue;
-    unlinkat(folder_fd_, name.c_str(), 0);
-  }
-  close(folder_fd_);
+  for (const auto& [name, identity] : written_) folder_.RemoveIfSame(name, identity);
 }
 
-std::string TempFolder::PathOf(const std::string& file_name) const { return path_ + "/" + file_name; }
-
-int TempFolder::OpenFolder() {
-  if (folder_fd_ >= 0) return folder_fd_;
-  if (path_.find('\0') != std::string::npos) {
-    errno = EINVAL;
-    return -1;
-  }
-  folder_fd_ = open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  return folder_fd_;
-}
-
-void TempFolder::Remember(int fd, const std::string& file_name) {
-  struct stat st {};
-  if (fstat(fd, &st) == 0) written_[file_name] = {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino)};
-}
-
-int TempFolder::Create(const std::string& file_name) {
+bool TempFolder::Make(const std::string& file_name, temp_files::File& file, temp_files::Failure& failure) {
   if (!IsFileName(file_name)) {
-    errno = EINVAL;
-    return -1;
+    failure = temp_files::Failure::kBadName;
+    return false;
   }
-  const int folder = OpenFolder();
-  if (folder < 0) return -1;
-  // A folder at the name stays, and then the exclusive creation refuses.
-  if (unlinkat(folder, file_name.c_str(), 0) != 0 && errno != ENOENT && errno != EISDIR && errno != EPERM) return -1;
-  const int fd = openat(folder, file_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-  if (fd >= 0) Remember(fd, file_name);
-  return fd;
+  if (!folder_.Create(file_name, file, failure)) return false;
+  written_[file_name] = file.identity();
+  return true;
 }
 
-// Closes fd and removes the file it was made as, if it still lies there.
-void TempFolder::Discard(int fd, const std::string& file_name) {
-  struct stat opened {}, named {};
-  if (fstat(fd, &opened) == 0 && fstatat(folder_fd_, file_name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-      opened.st_dev == named.st_dev && opened.st_ino == named.st_ino)
-    unlinkat(folder_fd_, file_name.c_str(), 0);
-  close(fd);
+temp_files::File TempFolder::Create(const std::string& file_name) {
+  temp_files::File file;
+  temp_files::Failure failure;
+  Make(file_name, file, failure);
+  return file;
 }
 
 void TempFolder::Write(const std::string& file_name, const std::vector<uint8_t>& bytes) {
-  const int fd = Create(file_name);
-  if (fd < 0) RaiseFileFailure(errno);
-  size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      const int error = n < 0 ? errno : ENOSPC;
-      Discard(fd, file_name);
-      RaiseFileFailure(error);
-    }
-    done += static_cast<size_t>(n);
+  temp_files::File file;
+  temp_files::Failure failure;
+  if (!Make(file_name, file, failure)) RaiseFileFailure(failure);
+  if (!file.Write(bytes.data(), bytes.size(), failure)) {
+    folder_.Discard(file, file_name);
+    RaiseFileFailure(failure);
   }
-  if (close(fd) != 0) {
-    const int error = errno;
-    const int folder = OpenFolder();
-    if (folder >= 0) unlinkat(folder, file_name.c_str(), 0);
-    RaiseFileFailure(error);
+  const temp_files::Identity identity = file.identity();
+  if (!file.Close(failure)) {
+    folder_.RemoveIfSame(file_name, identity);
+    RaiseFileFailure(failure);
   }
 }
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "converters/documents/file_name.h"
+#include "converters/documents/temp_files.h"
 #include "host/value.h"
 
 namespace cnv::filing {
@@ -22,6 +23,9 @@ inline constexpr int32_t kPathAccessError = 75;   // the file system refused to 
 inline constexpr int32_t kPathNotFound = 76;      // the folder isn't there
 inline constexpr int32_t kSubscriptOutOfRange = 9;  // fewer bytes than the look at the start needs
 
+// Raises the failure of a file step: 52, 76 or 75 with its description.
+[[noreturn]] void RaiseFileFailure(temp_files::Failure failure);
+
 // The folder for temporary files during one routine, and every file that the
 // plug-in writes there. Takes the folder's path (utente's tempdir). Promises
 // that nothing is created or written outside that folder, and that each file
@@ -29,15 +33,16 @@ inline constexpr int32_t kSubscriptOutOfRange = 9;  // fewer bytes than the look
 // it ends, normally or by a failure (no host call is made for it).
 class TempFolder {
  public:
-  explicit TempFolder(std::string path);
+  explicit TempFolder(std::string path) : folder_(std::move(path)) {}
   ~TempFolder();
   TempFolder(const TempFolder&) = delete;
   TempFolder& operator=(const TempFolder&) = delete;
 
-  const std::string& path() const { return path_; }
+  const std::string& path() const { return folder_.path(); }
 
-  // The folder, "/", and the file name (name and extension).
-  std::string PathOf(const std::string& file_name) const;
+  // The folder, the platform's separator ("/", "\" on Windows), and the
+  // file name (name and extension).
+  std::string PathOf(const std::string& file_name) const { return folder_.PathOf(file_name); }
 
   // The plain-file step: creates file_name in the folder, writes all the
   // bytes in order and closes it. Raises 52 for a name that isn't one file
@@ -46,25 +51,18 @@ class TempFolder {
   // part of the content is left to be stored.
   void Write(const std::string& file_name, const std::vector<uint8_t>& bytes);
 
-  // For the decoder: makes file_name as Write does and gives its descriptor
-  // (the caller closes it), or -1 with errno when it can't be made. Whatever
-  // lay at the name (a file, a link, a FIFO) is removed first and a new
-  // regular file created exclusively, so nothing else is ever opened and the
-  // call never waits.
-  int Create(const std::string& file_name);
+  // For the decoder: makes file_name as Write does and gives it open for
+  // writing, or a file that isn't open when it can't be made. Whatever lay
+  // at the name (a file, a link, a FIFO) is removed first and a new regular
+  // file created exclusively, so nothing else is ever opened and the call
+  // never waits.
+  temp_files::File Create(const std::string& file_name);
 
  private:
-  struct Identity {
-    uint64_t device = 0;
-    uint64_t inode = 0;
-  };
-  int OpenFolder();
-  void Remember(int fd, const std::string& file_name);
-  void Discard(int fd, const std::string& file_name);
+  bool Make(const std::string& file_name, temp_files::File& file, temp_files::Failure& failure);
 
-  std::string path_;
-  int folder_fd_ = -1;
-  std::map<std::string, Identity> written_;
+  temp_files::Folder folder_;
+  std::map<std::string, temp_files::Identity> written_;
 };
 
 // True when the content starts with 0x1F 0x8B 0x08, a gzip stream. Raises 9

@@ -1,10 +1,8 @@
 #include "converters/documents/gzip_decoder.h"
 
-#include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
-#include <cerrno>
 
 namespace cnv::filing {
 namespace {
@@ -14,17 +12,6 @@ constexpr size_t kLargestInput = size_t{1} << 30;  // what one call of inflate i
 
 uint64_t test_limit = 0;
 
-bool WriteAll(int fd, const unsigned char* data, size_t size) {
-  while (size > 0) {
-    const ssize_t n = write(fd, data, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    data += n;
-    size -= static_cast<size_t>(n);
-  }
-  return true;
-}
-
 }  // namespace
 
 void SetGzipLimitForTesting(uint64_t limit) { test_limit = limit; }
@@ -32,14 +19,12 @@ void SetGzipLimitForTesting(uint64_t limit) { test_limit = limit; }
 int32_t DecodeGzip(const std::vector<uint8_t>& bytes, TempFolder& folder, const std::string& file_name) {
   if (bytes.size() < 3 || bytes[0] != 0x1F || bytes[1] != 0x8B || bytes[2] != 0x08) return kGzipBadStream;
   const uint64_t limit = test_limit != 0 ? test_limit : kGzipLimit;
-  const int fd = folder.Create(file_name);
-  if (fd < 0) return kGzipCantWrite;
+  temp_files::File file = folder.Create(file_name);
+  if (!file.is_open()) return kGzipCantWrite;
 
   z_stream stream{};
-  if (inflateInit2(&stream, 16 + MAX_WBITS) != Z_OK) {
-    close(fd);
-    return kGzipBadStream;
-  }
+  if (inflateInit2(&stream, 16 + MAX_WBITS) != Z_OK) return kGzipBadStream;
+  temp_files::Failure failure;
   std::vector<unsigned char> out(kChunk);
   uint64_t total = 0;
   size_t position = 0;  // of the next byte that inflate hasn't been given
@@ -61,7 +46,7 @@ int32_t DecodeGzip(const std::vector<uint8_t>& bytes, TempFolder& folder, const 
         answer = kGzipTooLarge;
         break;
       }
-      if (!WriteAll(fd, out.data(), produced)) {
+      if (!file.Write(out.data(), produced, failure)) {
         answer = kGzipCantWrite;
         break;
       }
@@ -87,7 +72,7 @@ int32_t DecodeGzip(const std::vector<uint8_t>& bytes, TempFolder& folder, const 
     break;  // truncated (no progress without further input), corrupt, or out of memory
   }
   inflateEnd(&stream);
-  if (close(fd) != 0 && answer == kGzipDone) answer = kGzipCantWrite;
+  if (!file.Close(failure) && answer == kGzipDone) answer = kGzipCantWrite;
   return answer;
 }
 
