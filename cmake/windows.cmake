@@ -100,6 +100,16 @@ add_dependencies(cnvkairon_component cnvkairon_typelib)
 target_include_directories(cnvkairon_component PRIVATE ${KAIRON_GENERATED_DIR})
 target_link_libraries(cnvkairon_component PUBLIC cnvkairon_windows kairon_firebird_headers)
 
+# cnvKairon.dll, the in-process server that the host registers and loads:
+# the four entry points of cnvKairon.def and nothing else exported, the C++
+# runtime, winpthreads and zlib linked in, so that it needs none but
+# Windows' own DLLs.
+add_library(cnvKairon SHARED plugin/windows/cnvKairon.def)
+target_link_libraries(cnvKairon PRIVATE
+  cnvkairon_component cnvkairon_portable cnvkairon_windows cnvkairon_source_windows)
+set_target_properties(cnvKairon PROPERTIES PREFIX "" LINKER_LANGUAGE CXX)
+target_link_options(cnvKairon PRIVATE -Wl,--no-undefined)
+
 include(CTest)
 if(BUILD_TESTING)
   add_subdirectory(tests/windows)
