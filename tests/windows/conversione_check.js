@@ -77,9 +77,11 @@ function run(library, source) {
     check("ListaOpzioni isn't empty", c.ListaOpzioni.length > 0);
     check("a name in another case reaches the same member", c.nomeprogramma === "Ambulor" && c.TIPOORIGINE === 3);
 
+    // JScript reads a name that the object doesn't know as undefined
+    // without raising, so the unknown name is called.
     var unknown = 0;
     try {
-      var nothing = c.NonEsiste;
+      c.NonEsiste();
     } catch (e) {
       unknown = numberOf(e);
     }
