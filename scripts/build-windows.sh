@@ -19,7 +19,7 @@ for arch in ${ARCHS:-win64 win32}; do
     win32) toolchain=cmake/toolchain-mingw-i686.cmake ;;
     *) echo "build-windows.sh: unknown architecture $arch" >&2; exit 2 ;;
   esac
-  cmake -S . -B "build-$arch" -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
+  cmake --no-warn-unused-cli -S . -B "build-$arch" -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
     -DCMAKE_BUILD_TYPE="${BUILD_TYPE:-RelWithDebInfo}" "${launcher[@]}" "$@" >/dev/null
   cmake --build "build-$arch" -j"$(nproc)"
 done

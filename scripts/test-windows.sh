@@ -14,6 +14,6 @@ case " $archs " in *" win32 "*) scripts/wine-env.sh root >/dev/null ;; esac
 status=0
 for arch in $archs; do
   echo "== $arch"
-  (cd "build-$arch" && ctest --output-on-failure -j"$(nproc)") || status=1
+  (cd "build-$arch" && ctest --output-on-failure --no-tests=error -j"$(nproc)") || status=1
 done
 exit "$status"

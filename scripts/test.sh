@@ -1,7 +1,11 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test through CTest: first
 # the ordinary build (build/), then the AddressSanitizer/UBSan build
-# (build-asan/). KAIRON_SKIP_SANITIZE=1 runs the first only.
+# (build-asan/), then the Windows DLLs under Wine (scripts/test-windows.sh:
+# build-win64/ under 64-bit Wine, build-win32/ in the i386 root, made first
+# when it isn't there). KAIRON_SKIP_SANITIZE=1 leaves out the second,
+# KAIRON_SKIP_WINDOWS=1 the third. A Wine or an i386 root that can't start
+# fails the run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
@@ -20,4 +24,8 @@ if [ "${KAIRON_SKIP_SANITIZE:-0}" != "1" ]; then
   export LSAN_OPTIONS="suppressions=$PWD/scripts/lsan.supp:print_suppressions=0"
   export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
   (cd build-asan && ctest --output-on-failure -j"$jobs")
+fi
+
+if [ "${KAIRON_SKIP_WINDOWS:-0}" != "1" ]; then
+  scripts/test-windows.sh
 fi
