@@ -1,7 +1,7 @@
 # The Windows build, cross-compiled with MinGW-w64 (scripts/build-windows.sh,
-# one build folder per architecture). So far it builds the plug-in's sources
-# that need nothing of their own on Windows, and tests what of them runs
-# there under Wine (tests/windows).
+# one build folder per architecture): cnvKairon.dll from the same sources as
+# the Linux library, with the Windows side of what differs by platform, and
+# its tests under Wine (tests/windows).
 
 # Firebird's C++ interface, taken from the build machine's firebird-dev into
 # the build's own include folder: /usr/include never goes on a MinGW include
@@ -23,8 +23,7 @@ find_package(ZLIB REQUIRED)
 # The plug-in's sources that compile for Windows as they are: the value model,
 # the driver, the reading rules and the converters, and what of the text
 # functions, the shared routines and filing is plain C++ (their platform's
-# side is in cnvkairon_windows). Compiled only, not linked: what they call on
-# the other side isn't all there yet.
+# side is in cnvkairon_windows).
 file(GLOB windows_converter_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/converters/*/*.cpp)
 list(REMOVE_ITEM windows_converter_sources ${CMAKE_SOURCE_DIR}/converters/documents/temp_files_posix.cpp)
 add_library(cnvkairon_portable OBJECT
@@ -88,9 +87,7 @@ add_custom_command(
 add_custom_target(cnvkairon_typelib DEPENDS ${KAIRON_GENERATED_DIR}/cnvKairon.tlb ${KAIRON_GENERATED_DIR}/cnvKairon.h)
 
 # The component's boundary: the four entry points (cnvKairon.def), the
-# IDispatch of Conversione, the type library and version resources. Compiled
-# only: cnvKairon.dll links once the plug-in's text functions, source opening
-# and recordsets, and the documents' filing have their Windows side.
+# IDispatch of Conversione, the type library and version resources.
 add_library(cnvkairon_component OBJECT
   plugin/windows/entry_points.cpp
   plugin/windows/conversione_dispatch.cpp
