@@ -166,7 +166,7 @@ class SmallSourceAccounts : public ::testing::Test {
 
   static runreport::RunRecord Convert(refhost::ConvertOptions options) {
     if (!options.options) options.options = kOptions;
-    fixture::Run run = fixture::Convert((folder_->path() / "src" / "GX_USER.FDB").string(), options);
+    fixture::Run run = fixture::Convert((folder_->path() / "src" / "GX_USER.FDB").string(), std::move(options));
     return runreport::ReadRun(run.archive);
   }
 
@@ -332,7 +332,7 @@ TEST_F(SmallSourceAccounts, ARunThatEndsInErroreStopsItsAccountsAtThatPatient) {
 // still told by their rules.
 TEST_F(SmallSourceAccounts, TheOptionOrderDecidesWhoTakesAnImage) {
   refhost::ConvertOptions options;
-  options.options = "registrazioni private;referti;scansioni";
+  options.options.emplace("registrazioni private;referti;scansioni");
   const Reconciliation r = runreport::Reconcile(Convert(options));
   ASSERT_TRUE(r.done) << r.why_not;
   SCOPED_TRACE(Describe(r));
@@ -352,7 +352,7 @@ TEST_F(SmallSourceAccounts, TheOptionOrderDecidesWhoTakesAnImage) {
 // its images taken by the first and ends in ERR.
 TEST_F(SmallSourceAccounts, AKeywordGivenTwiceIsAccountedOnceWithBothRuns) {
   refhost::ConvertOptions options;
-  options.options = "Registrazioni Private;bmi;registrazioni private; scansioni";
+  options.options.emplace("Registrazioni Private;bmi;registrazioni private; scansioni");
   const Reconciliation r = runreport::Reconcile(Convert(options));
   ASSERT_TRUE(r.done) << r.why_not;
   SCOPED_TRACE(Describe(r));
