@@ -59,17 +59,18 @@ std::string UserName() {
 
 FileFacts LookAt(const std::string& path, size_t count) {
   FileFacts file;
+  // A file that another process (the practice's server) holds is passed
+  // over; any other refusal is the cause.
+  const auto refused = [&](DWORD error) {
+    if (HeldByAnother(error))
+      file.held = true;
+    else
+      file.cause = SystemCause(path, error);
+    return file;
+  };
   const std::wstring wide = Utf16(path);
   const DWORD attributes = GetFileAttributesW(wide.c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES) {
-    const DWORD error = GetLastError();
-    if (HeldByAnother(error)) {
-      file.held = true;
-    } else {
-      file.cause = SystemCause(path, error);
-    }
-    return file;
-  }
+  if (attributes == INVALID_FILE_ATTRIBUTES) return refused(GetLastError());
   if (attributes & FILE_ATTRIBUTE_DIRECTORY) {
     file.cause = FolderCause(path);
     return file;
@@ -80,15 +81,7 @@ FileFacts LookAt(const std::string& path, size_t count) {
   // way of a server that has the file open.
   HANDLE handle = CreateFileW(wide.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                               nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) {
-    const DWORD error = GetLastError();
-    if (HeldByAnother(error)) {
-      file.held = true;
-    } else {
-      file.cause = SystemCause(path, error);
-    }
-    return file;
-  }
+  if (handle == INVALID_HANDLE_VALUE) return refused(GetLastError());
   if (GetFileType(handle) != FILE_TYPE_DISK) {
     CloseHandle(handle);
     file.cause = NotAFileCause(path);
