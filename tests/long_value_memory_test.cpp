@@ -26,6 +26,15 @@ namespace {
 
 constexpr size_t kTextBytes = 30u << 20;
 
+// The sanitizers' build keeps freed memory in quarantine and shadows all of
+// it: its peak says nothing of the program's, so there only the archive and
+// the trace are checked.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kPeakIsMeasured = false;
+#else
+constexpr bool kPeakIsMeasured = true;
+#endif
+
 // Runs kairon-convert with args under /usr/bin/time; its exit status and
 // the peak of its resident memory in bytes. The peak is taken by a process
 // of its own: a child of this one would inherit this one's peak at exec.
@@ -91,7 +100,9 @@ class LongValueMemory : public ::testing::Test {
     const auto [status, peak] = RunMeasured(args, dir_ / "peak.txt");
     ASSERT_EQ(status, 0);
     const uint64_t value_bytes = repeats * host::text::FromLegacyBytes(pattern).size();
-    EXPECT_LE(peak, (uint64_t{64} << 20) + 4 * value_bytes) << "peak resident MiB: " << (peak >> 20);
+    if (kPeakIsMeasured) {
+      EXPECT_LE(peak, (uint64_t{64} << 20) + 4 * value_bytes) << "peak resident MiB: " << (peak >> 20);
+    }
 
     // The note reached the archive whole, twice, as text.
     std::string json_pattern;
