@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "host/text.h"
 #include "tools/kairon-convert/host_object.h"
 
 namespace refhost {
@@ -75,41 +76,6 @@ bool ResultOf(const host::Value& value) {
 
 namespace {
 
-// Whether text is well-formed UTF-8: no overlong forms, no surrogates,
-// nothing past U+10FFFF.
-bool IsWellFormedUtf8(std::string_view text) {
-  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
-  const auto* end = p + text.size();
-  while (p < end) {
-    const unsigned char c = *p;
-    if (c < 0x80) {
-      ++p;
-      continue;
-    }
-    int more;
-    unsigned char low = 0x80, high = 0xBF;
-    if (c >= 0xC2 && c <= 0xDF) {
-      more = 1;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-      more = 2;
-      if (c == 0xE0) low = 0xA0;
-      if (c == 0xED) high = 0x9F;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-      more = 3;
-      if (c == 0xF0) low = 0x90;
-      if (c == 0xF4) high = 0x8F;
-    } else {
-      return false;
-    }
-    if (end - p <= more) return false;
-    if (p[1] < low || p[1] > high) return false;
-    for (int k = 2; k <= more; ++k)
-      if (p[k] < 0x80 || p[k] > 0xBF) return false;
-    p += more + 1;
-  }
-  return true;
-}
-
 // Well-formed UTF-8 between the quotes of a JSON string. Each byte is
 // escaped or not by itself, so a text may come a slice at a time.
 void AppendEscaped(std::string& out, std::string_view text) {
@@ -151,7 +117,7 @@ void AppendEscaped(std::string& out, std::string_view text) {
 }
 
 void AppendString(std::string& out, const std::string& text) {
-  if (!IsWellFormedUtf8(text)) {
+  if (!host::text::IsValidUtf8(text)) {
     // The library's own way of replacing what isn't UTF-8.
     out += nlohmann::ordered_json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     return;
@@ -277,7 +243,7 @@ class PieceWriter {
     WriteWhenFull();
   }
   void AddTypedValue(const host::Value& value) {
-    if (value.type() != host::Type::Text || value.text().size() <= kPiece || !IsWellFormedUtf8(value.text())) {
+    if (value.type() != host::Type::Text || value.text().size() <= kPiece || !host::text::IsValidUtf8(value.text())) {
       AppendTypedValue(piece_, value);
       WriteWhenFull();
       return;
