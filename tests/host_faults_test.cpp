@@ -184,13 +184,19 @@ TEST_F(HostFaults, WhatAKilledRunLeftGoesWithCleanOrTheNextRun) {
     std::vector<std::string> args = Convert(dir_ / archive, {"--overwrite"});
     args[2] = (ro / "GX_USER.FDB").string();
     auto run = std::make_unique<support::Process>(args, dir_.path() / archive, env);
-    const std::string replacement = "." + archive + ".kairon-" + std::to_string(run->pid()) + "-";
+    // ".ARCHIVE.kairon-PID-START-XXXXXX": the start time has as many
+    // digits as the machine's uptime in clock ticks.
+    const std::string replacement = "." + archive + ".kairon-";
+    auto is_replacement = [&](const std::string& name) {
+      size_t length = 0;
+      if (!name.starts_with(replacement)) return false;
+      const auto mark = host::process_mark::Read(std::string_view(name).substr(replacement.size()), &length);
+      return mark && mark->pid == run->pid() && name.size() == replacement.size() + length + 7;
+    };
     for (int i = 0; i < 2000 && run->Running(); ++i) {
       for (const auto& entry : fs::directory_iterator(dir_.path())) {
         const std::string name = entry.path().filename().string();
-        if (name.starts_with(replacement) && name.size() == replacement.size() + 13 &&
-            Count(entry.path().string(), "patients") >= 5)
-          return run;
+        if (is_replacement(name) && Count(entry.path().string(), "patients") >= 5) return run;
       }
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
