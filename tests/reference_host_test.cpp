@@ -664,9 +664,7 @@ TEST(KaironConvertCommand, PrintsJsonAndExitsWithTheRightStatus) {
 
   fixture::TempDir dir;
   EXPECT_EQ(RunCommand({"info", "--plugin", dir / "missing.so"}).status, 2);
-  EXPECT_EQ(RunCommand({"convert", "x", "--archive", dir / "a.sqlite", "--fail", "Salva@0", "--plugin", KAIRON_PLUGIN_PATH})
-                .status,
-            2);
+  EXPECT_EQ(RunCommand({"convert", "x", "--archive", dir / "a.sqlite", "--plugin", KAIRON_PLUGIN_PATH}).status, 2);
   EXPECT_EQ(RunCommand({"convert", "x", "--plugin", KAIRON_PLUGIN_PATH}).status, 2);
   EXPECT_FALSE(fs::exists(dir / "a.sqlite"));
 }
