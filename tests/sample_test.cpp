@@ -61,21 +61,19 @@ bool IsGzip(const Value& v) {
 std::optional<std::string> Gunzip(const std::vector<uint8_t>& compressed) {
   z_stream stream{};
   EXPECT_EQ(inflateInit2(&stream, 15 + 16), Z_OK);
-  std::string plain;
-  std::vector<char> piece(256 * 1024);
   stream.next_in = const_cast<Bytef*>(compressed.data());
   stream.avail_in = static_cast<uInt>(compressed.size());
+  std::string plain;
+  std::vector<char> piece(256 * 1024);
   int result = Z_OK;
   while (result == Z_OK) {
     stream.next_out = reinterpret_cast<Bytef*>(piece.data());
     stream.avail_out = static_cast<uInt>(piece.size());
     result = inflate(&stream, Z_NO_FLUSH);
     plain.append(piece.data(), piece.size() - stream.avail_out);
-    if (result == Z_BUF_ERROR && stream.avail_in == 0) break;
   }
   inflateEnd(&stream);
-  if (result != Z_STREAM_END) return std::nullopt;
-  return plain;
+  return result == Z_STREAM_END ? std::optional(plain) : std::nullopt;
 }
 
 std::string Trimmed(const std::string& text) {
@@ -118,7 +116,6 @@ TEST_F(Sample, HasAllThatThePlugInReadsAndIsTheSameForTheSameSeed) {
   EXPECT_EQ(report["tables"].size(), 18u);
   for (const fixture::json& table : report["tables"]) EXPECT_GT(table["rows"], 0) << table["table"];
   EXPECT_FALSE(Query(dir(), "GX_DATA.FDB", "SELECT * FROM COMUNI", {"CODICE"}).empty());
-  EXPECT_EQ(summary_.patients, 150);
   EXPECT_EQ(report["patients"], 150);
 
   fixture::TempDir again;
