@@ -303,7 +303,7 @@ TEST_F(ReportCommandLine, ConvertWritesBothReportsAndReportRemakesThemFromTheArc
   EXPECT_EQ(again, before);
 }
 
-TEST_F(ReportCommandLine, RefusesAReportFileItMayNotWriteBeforeAnythingIsWritten) {
+TEST_F(ReportCommandLine, RefusesWhatItMayNotWriteOrReadBeforeAnythingIsWritten) {
   const std::string html = dir_ / "r.html";
   std::ofstream(html) << "<p>not ours</p>";
   for (const std::vector<std::string>& bad :
@@ -325,6 +325,13 @@ TEST_F(ReportCommandLine, RefusesAReportFileItMayNotWriteBeforeAnythingIsWritten
   EXPECT_EQ(Report({dir_ / "a.sqlite", "--html", dir_ / "ours.html"}).status, 2);
   EXPECT_EQ(Report({dir_ / "a.sqlite", "--html", dir_ / "ours.html", "--overwrite"}).status, 0);
   EXPECT_EQ(Report({dir_ / "a.sqlite", "--html", dir_ / "ours.json"}).status, 2);
+
+  // A file that isn't an archive is named, and nothing is written.
+  std::ofstream(dir_ / "notes.sqlite") << "just some notes";
+  support::Outcome notes = Report({dir_ / "notes.sqlite", "--html", dir_ / "notes.html"});
+  EXPECT_EQ(notes.status, 2);
+  EXPECT_TRUE(notes.Says(dir_ / "notes.sqlite")) << notes.err;
+  EXPECT_FALSE(fs::exists(dir_ / "notes.html"));
 }
 
 // The archive keeps the source's path whole, so that the report is made
@@ -353,15 +360,6 @@ TEST_F(ReportCommandLine, AReportIsMadeFromAnyFolderAndAgainstAMovedSource) {
   EXPECT_EQ(Report({archive.string(), "--json", report, "--overwrite"}).status, 0);
   EXPECT_FALSE(json::parse(support::ReadFile(report))["accounts"]["done"].get<bool>());
   EXPECT_TRUE(accounts_done({"--source", (dir_.path() / "moved" / "GX_USER.FDB").string()}));
-}
-
-TEST_F(ReportCommandLine, ReportOfANonArchiveSaysWhyAndWritesNothing) {
-  const std::string text = dir_ / "notes.sqlite";
-  std::ofstream(text) << "just some notes";
-  support::Outcome outcome = Report({text, "--html", dir_ / "r.html"});
-  EXPECT_EQ(outcome.status, 2);
-  EXPECT_TRUE(outcome.Says(text)) << outcome.err;
-  EXPECT_FALSE(fs::exists(dir_ / "r.html"));
 }
 
 support::SampleCleanup cleanup;
