@@ -77,19 +77,6 @@ TEST_F(OpeningCauses, TheHeaderPageOfARealFileReadsAsThisEnginesOds) {
   EXPECT_EQ(fs::file_size(user_) % ods->page_size, 0u);
   EXPECT_FALSE(source::opening::ReadHeaderPage(first.substr(0, 0x20)));
   EXPECT_FALSE(source::opening::ReadHeaderPage(std::string(first).replace(0, 1, "\x05")));
-
-  const std::pair<std::pair<unsigned, unsigned>, const char*> writers[] = {
-      {{10, 0}, "Firebird 1.0"}, {{10, 1}, "Firebird 1.5"}, {{11, 0}, "Firebird 2.0"}, {{11, 1}, "Firebird 2.1"},
-      {{11, 2}, "Firebird 2.5"}, {{12, 0}, "Firebird 3.0"}, {{13, 0}, "Firebird 4.0"}, {{13, 1}, "Firebird 5.0"}};
-  for (const auto& [ods_version, writer] : writers)
-    EXPECT_EQ(source::opening::WritersOf(ods_version.first, ods_version.second), writer);
-}
-
-TEST_F(OpeningCauses, AnOpenSourceHasNoCause) {
-  Tested tested = TestSource(user_);
-  EXPECT_TRUE(tested.result);
-  EXPECT_FALSE(tested.lista_medici.empty());
-  EXPECT_EQ(tested.cause, "");
 }
 
 TEST_F(OpeningCauses, AMissingUserFileFailsTestWithoutLastErrorButWithItsCause) {
