@@ -62,8 +62,8 @@ class LongValueMemory : public ::testing::Test {
     source->Insert("PAZIENTI", fixture::Patient("L1", "LUNGO"));
     source->Insert("MESSAGES", {{"CodCart", "L1"}, {"MESG", host::Value(std::move(text))}});
     source->Close();
-    std::vector<std::string> args = {"convert", source->user_path(), "--archive", dir_ / "out.sqlite", "--options", "Appunti",
-                                     "--plugin", KAIRON_PLUGIN_PATH};
+    std::vector<std::string> args = {"convert", source->user_path(), "--archive", dir_ / "out.sqlite",
+                                     "--options", "Appunti", "--plugin", KAIRON_PLUGIN_PATH};
     if (trace) {
       args.push_back("--trace");
       args.push_back(dir_ / "trace.jsonl");

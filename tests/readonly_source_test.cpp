@@ -146,8 +146,8 @@ TEST_F(ReadOnlySource, RunsThatSucceedFailOrStopLeaveTheSourceAsItWas) {
   EXPECT_TRUE(support::DumpSource(src_) == rows);
 }
 
-// A source that truly can't be written: the host converts it as it converts a writable one, the
-// files keep every byte, and no copy is left.
+// A source that truly can't be written: the host converts it as it converts
+// a writable one, the files keep every byte, and no copy is left.
 TEST_F(ReadOnlySource, ImmutableFilesAndFolderConvertThroughTheHost) {
   const fixture::Run direct = Convert("direct.sqlite");
   ASSERT_TRUE(direct.outcome.result);
