@@ -47,9 +47,8 @@ class HostFaults : public ::testing::Test {
   }
   static void TearDownTestSuite() { delete folder_; }
 
-  // The categories that file no documents: a limit on the size of the
-  // process's files would also stop the plug-in's temporary files, which
-  // is not the fault under test.
+  // The categories that file no documents, whose temporary files a limit on
+  // the size of files would stop too.
   static std::vector<std::string> Convert(const std::string& archive, const std::vector<std::string>& more) {
     std::vector<std::string> args{KAIRON_CONVERT_PATH, "convert", (folder_->path() / "src/GX_USER.FDB").string(),
                                   "--archive", archive, "--plugin", KAIRON_PLUGIN_PATH, "--options",
@@ -119,8 +118,7 @@ TEST_F(HostFaults, AKilledRunLeavesAnArchiveThatOpens) {
   }
   ExpectCommittedPatientsWhole(archive);
   EXPECT_EQ(ArchiveRows(archive, "SELECT ended FROM runs"), (std::vector<std::vector<std::string>>{{"NULL"}}));
-  // Without --overwrite the archive of the killed run is left alone, with
-  // nothing beside it.
+  // Without --overwrite the killed run's archive is left alone, nothing beside it.
   EXPECT_EQ(support::Run(Convert(archive, {}), dir_.path() / "refused").status, 2);
   EXPECT_FALSE(fs::exists(archive + "-wal"));
   EXPECT_FALSE(fs::exists(archive + "-shm"));
@@ -172,8 +170,8 @@ TEST_F(HostFaults, WhatAKilledRunLeftGoesWithCleanOrTheNextRun) {
   const fs::path reused = system_temp / ("kairon-convert-" + std::to_string(getpid()) + "-1-AbCdEf");
   fs::create_directory(reused);
 
-  // Runs over the read-only source that replace archive, under way with a
-  // few patients filed.
+  // A run over the read-only source that replaces archive, once it has filed
+  // a few patients.
   auto start = [&](const std::string& archive) {
     fs::copy_file(full_, dir_ / archive);
     std::vector<std::string> args = Convert(dir_ / archive, {"--overwrite"});

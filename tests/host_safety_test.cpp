@@ -1,7 +1,6 @@
-// The reference host and the generator as a person runs them, as real
-// processes: refusals that leave every file as it was, the causes of
-// failures, warnings, accented paths, and real SIGINT and SIGTERM at random
-// moments of a conversion.
+// The reference host and the generator run as a person runs them: refusals
+// that leave every file as it was, causes of failures, warnings, accented
+// paths, and real SIGINT and SIGTERM at random moments of a conversion.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -32,8 +31,7 @@ namespace {
 namespace fs = std::filesystem;
 using support::ReadFile;
 
-// What a program wrote and how it ended; what it says is on its standard
-// error.
+// How a program ended and what it wrote; it says things on standard error.
 struct Outcome : support::Outcome {
   bool Says(const std::string& text) const { return err.find(text) != std::string::npos; }
 };
@@ -92,8 +90,7 @@ std::string One(const std::string& file, const std::string& sql) {
 }
 
 const std::string kConvert = KAIRON_CONVERT_PATH;
-// The exit status of a whole run of a sample, whose planted failures end in
-// ERR.
+// The exit status of a whole run of a sample: its planted failures end in ERR.
 constexpr int kPlantedFailures = 5;
 const std::string kSample = KAIRON_SAMPLE_PATH;
 const std::string kPlugin = KAIRON_PLUGIN_PATH;
@@ -287,10 +284,9 @@ TEST_F(Refusals, AFullDiskIsNamedWithTheSummary) {
   EXPECT_NE(outcome.out.find("Stopped because"), std::string::npos);
 }
 
-// A temporary folder that fills up part way through a file (here the limit
-// on the size of a file, which fails writes as a full disk does) leaves
-// nothing for SalvaFile: the scan stores nothing rather than a part of
-// itself, and the run ends as usual.
+// A temporary folder that fills up part way through a file (here a limit on
+// the size of files) leaves nothing for SalvaFile: the scan stores nothing
+// rather than a part of itself, and the run ends as usual.
 TEST(FullTemporaryFolder, StoresNoScanCutShort) {
   fixture::TempDir dir;
   {
@@ -301,9 +297,8 @@ TEST(FullTemporaryFolder, StoresNoScanCutShort) {
                               {"Titolo", "Scansione"}, {"Settings", "tif"}});
     source->Close();
   }
-  // SIGXFSZ ignored, as a shell's trap leaves it for the program: writes
-  // past the limit fail with EFBIG. The limit stays above the engine's own
-  // 1 MiB files.
+  // SIGXFSZ ignored, as a shell's trap leaves it: writes past the limit fail
+  // with EFBIG. The limit stays above the engine's own 1 MiB files.
   std::vector<std::string> args{"/bin/sh", "-c", "trap '' XFSZ; exec prlimit --fsize=2097152 -- \"$@\"", "sh"};
   for (const std::string& arg : Convert(dir / "src/GX_USER.FDB", {"--archive", dir / "a.sqlite", "--options",
                                                                   "scansioni", "--tempdir", dir / "tmp"}))
@@ -357,9 +352,8 @@ TEST(SampleCommand, RefusesWhatItCantUseAndLeavesNothingWhenStopped) {
   EXPECT_TRUE(Snapshot(dir / "seeded") == before);
 }
 
-// The statuses and lines a script or a technician reads, on a sample of two
-// clean patients and one of six that holds two planted failures (a patient
-// the host refuses, one whose master record fails).
+// The statuses and lines a script or a technician reads, on a clean sample
+// of two patients and one of six with two planted failures.
 class WhatARunTells : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
@@ -490,8 +484,7 @@ class SignalLoop : public ::testing::Test {
   }
   static void TearDownTestSuite() { delete dir_; }
 
-  // A random moment from the start of the program to a little after the end
-  // of a whole conversion.
+  // A moment from the start to a little after the end of a whole conversion.
   std::chrono::microseconds RandomMoment() {
     auto whole = std::chrono::duration_cast<std::chrono::microseconds>(duration_ * 1.1);
     return std::chrono::microseconds(std::uniform_int_distribution<int64_t>(0, whole.count())(random_));
@@ -555,8 +548,7 @@ TEST_F(SignalLoop, TwoSigtermsEndAtOnceWithTheArchiveConsistent) {
                 {"TMPDIR=" + tmpdir.string()}, true);
     std::this_thread::sleep_for(RandomMoment());
     child.Signal(SIGTERM);
-    // Signals of one kind merge until taken: the second goes once the first
-    // was.
+    // Signals of one kind merge until taken: the second goes once the first was.
     for (int wait = 0; wait < 2000 && child.ErrorSoFar().find("stopping") == std::string::npos; ++wait)
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     child.Signal(SIGTERM);

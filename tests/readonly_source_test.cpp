@@ -172,9 +172,8 @@ TEST_F(ReadOnlySource, TheHostRemovesTheCopyWhenEndedAtOnce) {
   sample::GenerateSample(big.string(), options);
   if (!Freeze(big)) GTEST_SKIP() << "chattr +i doesn't work here: no read-only source to try";
 
-  // The second signal must come before the stop that the first asks for is
-  // through; when the run stops first, it ends cleanly (and leaves no copy
-  // either), and is tried again.
+  // A run that stops cleanly before the second signal comes (leaving no copy
+  // either) is tried again.
   bool ended_at_once = false;
   for (int attempt = 0; attempt < 5 && !ended_at_once; ++attempt) {
     const std::string archive = (dir_.path() / ("signal" + std::to_string(attempt) + ".sqlite")).string();
