@@ -1,8 +1,6 @@
-// The reference host when its archive can't grow (a file size limit, as a
-// full disk or quota gives) and when it is killed outright: the archive
-// opens afterwards with every patient committed before the fault, whole,
-// and a second run with --overwrite succeeds; what the killed run left
-// goes with clean or the next run.
+// The reference host when its archive can't grow and when it is killed
+// outright: the archive opens afterwards with every patient committed
+// before the fault, whole, and a second run with --overwrite succeeds.
 
 #include <gtest/gtest.h>
 
@@ -45,14 +43,12 @@ class HostFaults : public ::testing::Test {
     options.patients = 120;
     sample::GenerateSample((folder_->path() / "src").string(), options);
     full_ = (folder_->path() / "full.sqlite").string();
-    support::Outcome outcome = support::Run(Convert(full_, {}), folder_->path() / "full");
-    ASSERT_EQ(outcome.status, 5) << outcome.err;  // the sample's planted failures
+    ASSERT_EQ(support::Run(Convert(full_, {}), folder_->path() / "full").status, 5);  // the sample's planted failures
   }
   static void TearDownTestSuite() { delete folder_; }
 
-  // The categories that file no documents: a limit on the size of the
-  // process's files would also stop the plug-in's temporary files, which
-  // is not the fault under test.
+  // The categories that file no documents, whose temporary files a limit on
+  // the size of files would stop too.
   static std::vector<std::string> Convert(const std::string& archive, const std::vector<std::string>& more) {
     std::vector<std::string> args{KAIRON_CONVERT_PATH, "convert", (folder_->path() / "src/GX_USER.FDB").string(),
                                   "--archive", archive, "--plugin", KAIRON_PLUGIN_PATH, "--options",
@@ -86,16 +82,15 @@ class HostFaults : public ::testing::Test {
 };
 
 TEST_F(HostFaults, AnArchiveThatCantGrowKeepsThePatientsBefore) {
-  // The embedded engine's shared memory files (in its lock folder) are 1 MiB
-  // long: under a smaller limit the engine itself can't map them and the
-  // process dies of SIGBUS, whatever the host does.
+  // Under a limit below the embedded engine's 1 MiB shared memory files the
+  // engine itself dies of SIGBUS, whatever the host does.
   const auto full_size = fs::file_size(full_);
   ASSERT_GT(full_size / 2, 1100000u) << "the sample is too small for a limit above the engine's own files";
   for (const auto& [name, limit] : {std::pair{"half", full_size / 2}, std::pair{"three quarters", full_size * 3 / 4}}) {
     SCOPED_TRACE(name);
     const std::string archive = dir_ / (std::string(name) + ".sqlite");
-    // SIGXFSZ ignored, as a shell's trap leaves it for the program: writes
-    // past the limit fail with EFBIG, as on a full disk.
+    // SIGXFSZ ignored, as a shell's trap leaves it: writes past the limit
+    // fail with EFBIG, as on a full disk.
     std::vector<std::string> args{"sh", "-c", "trap '' XFSZ; exec prlimit --fsize=" + std::to_string(limit) + " -- \"$@\"",
                                   "sh"};
     for (const std::string& arg : Convert(archive, {})) args.push_back(arg);
@@ -110,8 +105,7 @@ TEST_F(HostFaults, AnArchiveThatCantGrowKeepsThePatientsBefore) {
 TEST_F(HostFaults, AKilledRunLeavesAnArchiveThatOpens) {
   const std::string archive = dir_ / "killed.sqlite";
   {
-    // A killed program can't remove its temporary folder: it is given one
-    // here, so that none is left in the system's.
+    // A temporary folder of the test's, as a killed program leaves its own.
     fs::create_directories(dir_.path() / "killed-tmp");
     support::Process run(Convert(archive, {"--tempdir", (dir_.path() / "killed-tmp").string()}), dir_.path() / "killed");
     for (int i = 0; i < 2000 && run.Running(); ++i) {
@@ -124,8 +118,7 @@ TEST_F(HostFaults, AKilledRunLeavesAnArchiveThatOpens) {
   }
   ExpectCommittedPatientsWhole(archive);
   EXPECT_EQ(ArchiveRows(archive, "SELECT ended FROM runs"), (std::vector<std::vector<std::string>>{{"NULL"}}));
-  // Without --overwrite the archive of the killed run is left alone, with
-  // nothing beside it.
+  // Without --overwrite the killed run's archive is left alone, nothing beside it.
   EXPECT_EQ(support::Run(Convert(archive, {}), dir_.path() / "refused").status, 2);
   EXPECT_FALSE(fs::exists(archive + "-wal"));
   EXPECT_FALSE(fs::exists(archive + "-shm"));
@@ -177,8 +170,8 @@ TEST_F(HostFaults, WhatAKilledRunLeftGoesWithCleanOrTheNextRun) {
   const fs::path reused = system_temp / ("kairon-convert-" + std::to_string(getpid()) + "-1-AbCdEf");
   fs::create_directory(reused);
 
-  // Runs over the read-only source that replace archive, under way with a
-  // few patients filed.
+  // A run over the read-only source that replaces archive, once it has filed
+  // a few patients.
   auto start = [&](const std::string& archive) {
     fs::copy_file(full_, dir_ / archive);
     std::vector<std::string> args = Convert(dir_ / archive, {"--overwrite"});

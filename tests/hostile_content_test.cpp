@@ -1,11 +1,6 @@
-// Sources as damaged archives have them, converted with every category: each
-// hostile patient ends in a clear "ERR" or converts, and the run goes on to
-// the end. Texts of 1 MB, NUL bytes and bytes that aren't UTF-8 go into every
-// text column of every table that a category reads, one patient each; dates
-// at the ends of the calendar and beyond, and numbers past the 16- and 32-bit
-// ranges, go where the categories read dates and numbers. Files of every
-// awkward size and form, and titles that are no file name, go where the
-// categories file documents.
+// Sources as damaged archives have them, converted with every category, one
+// hostile value per patient: each such patient ends in a clear "ERR" or
+// converts, and the run goes on to the end.
 #include <zlib.h>
 
 #include <filesystem>
@@ -23,16 +18,14 @@ using fixture::json;
 using host::Value;
 using sample::Row;
 
-const char kKeyed[] = "CodCart";
-
 using fixture::SetColumn;
+
+const char kKeyed[] = "CodCart";
 
 Value Bytes(const std::string& content) { return Value::Bytes(std::vector<uint8_t>(content.begin(), content.end())); }
 
-// A row of each table that its category takes in (a pressure with both
-// values, a prescription with a line in use, a plan with a scan), without
-// its CodCart; n makes its codes and record numbers the patient's own. The
-// hostile value then replaces one column of it.
+// A row of each table that its category takes in, without its CodCart; n
+// makes its codes and record numbers the patient's own.
 std::map<std::string, Row> UsableRows(int n) {
   const std::string code = "E" + std::to_string(n);
   const host::Date day{2021, 5, 4};
@@ -86,8 +79,8 @@ bool IsText(const std::string& type) { return type.starts_with("VARCHAR") || typ
 
 class HostileContent : public ::testing::Test {
  protected:
-  // Writes an archive with every text column a long text one, and the
-  // patients made by add, then converts it with every category.
+  // Writes an archive of schema with the patients made by add, then converts
+  // it with every category.
   template <typename Add>
   fixture::Run ConvertWith(std::vector<sample::Table> schema, Add add) {
     auto archive = sample::Archive::Create(dir_ / ("source" + std::to_string(++archives_)), schema);
@@ -155,9 +148,8 @@ TEST_F(HostileContent, HugeTextsNulBytesAndForeignBytesInEveryTextColumn) {
 
   // A text goes to the host whole: the NUL and what follows it, and the
   // megabyte of a note.
-  std::vector<json> notes = run.ArgsOf("Appunti", "Salva");
   bool nul_kept = false, megabyte_kept = false;
-  for (const json& args : notes) {
+  for (const json& args : run.ArgsOf("Appunti", "Salva")) {
     const std::string text = args[4]["value"];
     nul_kept |= text == std::string("prima\0dopo", 10);
     megabyte_kept |= text.size() == (1u << 20);

@@ -2,10 +2,6 @@
 // run as a program of its own, converts a note of some 30 MB and stays
 // within 64 MiB plus four times the text, whether the text is plain ASCII or
 // full of bytes that become longer in UTF-8 and in JSON, and with the trace.
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -13,14 +9,11 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include "host/text.h"
 #include "support/fixture.h"
 #include "support/process.h"
 #include "tools/kairon-convert/typed_value.h"
-
-extern char** environ;
 
 namespace {
 
@@ -35,42 +28,23 @@ constexpr bool kPeakIsMeasured = false;
 constexpr bool kPeakIsMeasured = true;
 #endif
 
-// Runs kairon-convert with args under /usr/bin/time; its exit status and
+// Runs kairon-convert with args under /usr/bin/time: its exit status and
 // the peak of its resident memory in bytes. The peak is taken by a process
 // of its own: a child of this one would inherit this one's peak at exec.
 std::pair<int, uint64_t> RunMeasured(const std::vector<std::string>& args, const std::string& peak_file) {
   std::vector<std::string> command = {"/usr/bin/time", "-f", "%M", "-o", peak_file, KAIRON_CONVERT_PATH};
   command.insert(command.end(), args.begin(), args.end());
-  std::vector<char*> argv;
-  for (std::string& arg : command) argv.push_back(arg.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  pid_t pid = -1;
-  const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (spawned != 0) return {-1, 0};
-  int status = 0;
-  waitpid(pid, &status, 0);
+  const int status = support::Run(command, peak_file + ".run").status;
   uint64_t kib = 0;
   std::ifstream(peak_file) >> kib;
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, kib * 1024};
+  return {status, kib * 1024};
 }
 
-// The args of the one Appunti record of the archive.
+// The args of the one Appunti record of the archive, when they are text.
 std::string NoteArgs(const std::string& archive) {
-  sqlite3* db = nullptr;
-  sqlite3_open_v2(archive.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-  sqlite3_stmt* stmt = nullptr;
-  sqlite3_prepare_v2(db, "SELECT args, typeof(args) FROM records WHERE store = 'Appunti'", -1, &stmt, nullptr);
-  std::string args;
-  if (sqlite3_step(stmt) == SQLITE_ROW && std::string(reinterpret_cast<const char*>(sqlite3_column_text(stmt, 1))) == "text")
-    args.assign(reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0)), sqlite3_column_bytes(stmt, 0));
-  sqlite3_finalize(stmt);
-  sqlite3_close(db);
-  return args;
+  const auto rows =
+      fixture::ArchiveRows(archive, "SELECT args FROM records WHERE store = 'Appunti' AND typeof(args) = 'text'");
+  return rows.empty() ? "" : rows.front().front();
 }
 
 // One patient with one note, its text the pattern repeated to some
@@ -79,20 +53,17 @@ class LongValueMemory : public ::testing::Test {
  protected:
   void Convert(const std::string& pattern, bool trace, const std::string& column_type = "BLOB SUB_TYPE 1") {
     const size_t repeats = kTextBytes / pattern.size();
-    {
-      std::string text;
-      text.reserve(repeats * pattern.size());
-      for (size_t i = 0; i < repeats; ++i) text += pattern;
-      std::vector<sample::Table> schema = sample::DefaultSchema();
-      sample::SetColumnType(schema, "MESSAGES", "MESG", column_type);
-      auto source = sample::Archive::Create(dir_ / "source", schema);
-      source->Insert("PAZIENTI", fixture::Patient("L1", "LUNGO"));
-      source->Insert("MESSAGES", {{"CodCart", "L1"}, {"MESG", host::Value(std::move(text))}});
-      source->Close();
-      user_ = source->user_path();
-    }
-    std::vector<std::string> args = {"convert", user_, "--archive", dir_ / "out.sqlite", "--options", "Appunti",
-                                     "--plugin", KAIRON_PLUGIN_PATH};
+    std::string text;
+    text.reserve(repeats * pattern.size());
+    for (size_t i = 0; i < repeats; ++i) text += pattern;
+    std::vector<sample::Table> schema = sample::DefaultSchema();
+    sample::SetColumnType(schema, "MESSAGES", "MESG", column_type);
+    auto source = sample::Archive::Create(dir_ / "source", schema);
+    source->Insert("PAZIENTI", fixture::Patient("L1", "LUNGO"));
+    source->Insert("MESSAGES", {{"CodCart", "L1"}, {"MESG", host::Value(std::move(text))}});
+    source->Close();
+    std::vector<std::string> args = {"convert", source->user_path(), "--archive", dir_ / "out.sqlite",
+                                     "--options", "Appunti", "--plugin", KAIRON_PLUGIN_PATH};
     if (trace) {
       args.push_back("--trace");
       args.push_back(dir_ / "trace.jsonl");
@@ -122,10 +93,7 @@ class LongValueMemory : public ::testing::Test {
   }
 
   fixture::TempDir dir_;
-  std::string user_;
 };
-
-TEST_F(LongValueMemory, PlainText) { Convert("Paziente richiamato per esito esami. ", false); }
 
 // Windows-1252 bytes (two and three bytes each in UTF-8), quotes, line ends
 // and a control character, escaped in JSON.
@@ -136,6 +104,7 @@ TEST_F(LongValueMemory, TextInADeclaredCharacterSet) {
   Convert("Caff\xE8 \x80 5, \"s\xEC\"\r\n\tfine\x01 ", false, "BLOB SUB_TYPE 1 CHARACTER SET WIN1252");
 }
 
+// Plain ASCII, with the trace, which holds the arguments once more.
 TEST_F(LongValueMemory, PlainTextWithTheTrace) { Convert("Paziente richiamato per esito esami. ", true); }
 
 // The arguments' JSON made a piece at a time reads as the library writes

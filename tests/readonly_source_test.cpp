@@ -3,12 +3,12 @@
 // changes a row of the source.
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 
 #include "plugin/Conversione.h"
 #include "source/opening.h"
@@ -21,28 +21,19 @@ namespace fs = std::filesystem;
 
 support::SampleCleanup cleanup;
 
+// The first column of a query's rows on an SQLite file.
 std::vector<std::string> Column(const std::string& file, const std::string& sql) {
   std::vector<std::string> values;
-  sqlite3* db = nullptr;
-  if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-    sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) == SQLITE_OK)
-      while (sqlite3_step(stmt) == SQLITE_ROW) {
-        auto text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0));
-        values.push_back(text ? text : "NULL");
-      }
-    sqlite3_finalize(stmt);
-  }
-  sqlite3_close(db);
+  for (const auto& row : fixture::ArchiveRows(file, sql)) values.push_back(row.front());
   return values;
 }
 
 // What a conversion filed, without what depends on the run's own folders.
 std::vector<std::string> Filed(const std::string& archive) {
-  std::vector<std::string> filed = Column(archive, "SELECT store || args FROM records ORDER BY id");
-  for (const std::string& s : Column(archive, "SELECT members FROM patients ORDER BY id")) filed.push_back(s);
-  for (const std::string& s : Column(archive, "SELECT sha256 FROM files ORDER BY id")) filed.push_back(s);
-  for (const std::string& s : Column(archive, "SELECT kind || text FROM messages ORDER BY seq")) filed.push_back(s);
+  std::vector<std::string> filed;
+  for (const char* sql : {"SELECT store || args FROM records ORDER BY id", "SELECT members FROM patients ORDER BY id",
+                          "SELECT sha256 FROM files ORDER BY id", "SELECT kind || text FROM messages ORDER BY seq"})
+    for (const std::string& value : Column(archive, sql)) filed.push_back(value);
   return filed;
 }
 
@@ -62,20 +53,24 @@ std::vector<std::string> CopiesLeft(const fs::path& folder) {
 
 class ReadOnlySource : public ::testing::Test {
  protected:
+  // The private copies go to a system temporary folder of the test's own.
   void SetUp() override {
     fs::create_directory(temp_);
-    const char* old = std::getenv("TMPDIR");
-    old_tmpdir_ = old ? old : "";
-    had_tmpdir_ = old != nullptr;
+    if (const char* old = std::getenv("TMPDIR")) old_tmpdir_ = old;
     setenv("TMPDIR", temp_.c_str(), 1);
   }
   void TearDown() override {
     source::opening::ForceCopyForTesting(false);
-    if (had_tmpdir_)
-      setenv("TMPDIR", old_tmpdir_.c_str(), 1);
-    else
-      unsetenv("TMPDIR");
-    if (immutable_) std::system(("chattr -R -i " + src_.string() + " 2>/dev/null").c_str());
+    old_tmpdir_ ? setenv("TMPDIR", old_tmpdir_->c_str(), 1) : unsetenv("TMPDIR");
+    for (const fs::path& folder : frozen_) std::system(("chattr -R -i " + folder.string() + " 2>/dev/null").c_str());
+  }
+
+  // Makes the files and folder immutable, which binds root too; false where
+  // that can't be done.
+  bool Freeze(const fs::path& folder) {
+    if (std::system(("chattr -R +i " + folder.string() + " 2>/dev/null").c_str()) != 0) return false;
+    frozen_.push_back(folder);
+    return true;
   }
 
   fixture::Run Convert(const std::string& archive, refhost::ConvertOptions options = {}) {
@@ -89,9 +84,8 @@ class ReadOnlySource : public ::testing::Test {
   fs::path src_ = support::CopyOfSample(dir_.path());
   std::string user_ = (src_ / "GX_USER.FDB").string();
   fs::path temp_ = dir_.path() / "systemp";
-  std::string old_tmpdir_;
-  bool had_tmpdir_ = false;
-  bool immutable_ = false;
+  std::optional<std::string> old_tmpdir_;
+  std::vector<fs::path> frozen_;
 };
 
 TEST_F(ReadOnlySource, TheCopyLivesFromTestToTheEndOfTheWorker) {
@@ -152,16 +146,13 @@ TEST_F(ReadOnlySource, RunsThatSucceedFailOrStopLeaveTheSourceAsItWas) {
   EXPECT_TRUE(support::DumpSource(src_) == rows);
 }
 
-// A source that truly can't be written (files and folder immutable, which
-// binds root too): the host converts it as it converts a writable one, the
-// files keep every byte, and no copy is left.
+// A source that truly can't be written: the host converts it as it converts
+// a writable one, the files keep every byte, and no copy is left.
 TEST_F(ReadOnlySource, ImmutableFilesAndFolderConvertThroughTheHost) {
   const fixture::Run direct = Convert("direct.sqlite");
   ASSERT_TRUE(direct.outcome.result);
   const auto bytes = Bytes(src_);
-  if (std::system(("chattr -R +i " + src_.string() + " 2>/dev/null").c_str()) != 0)
-    GTEST_SKIP() << "chattr +i doesn't work here: no read-only source to try";
-  immutable_ = true;
+  if (!Freeze(src_)) GTEST_SKIP() << "chattr +i doesn't work here: no read-only source to try";
 
   const std::string archive = (dir_.path() / "ro.sqlite").string();
   support::Outcome outcome =
@@ -179,16 +170,10 @@ TEST_F(ReadOnlySource, TheHostRemovesTheCopyWhenEndedAtOnce) {
   sample::SampleOptions options;
   options.patients = 150;
   sample::GenerateSample(big.string(), options);
-  if (std::system(("chattr -R +i " + big.string() + " 2>/dev/null").c_str()) != 0)
-    GTEST_SKIP() << "chattr +i doesn't work here: no read-only source to try";
-  struct Unfreeze {
-    fs::path folder;
-    ~Unfreeze() { std::system(("chattr -R -i " + folder.string()).c_str()); }
-  } unfreeze{big};
+  if (!Freeze(big)) GTEST_SKIP() << "chattr +i doesn't work here: no read-only source to try";
 
-  // The second signal must come before the stop that the first asks for is
-  // through; when the run stops first, it ends cleanly (and leaves no copy
-  // either), and is tried again.
+  // A run that stops cleanly before the second signal comes (leaving no copy
+  // either) is tried again.
   bool ended_at_once = false;
   for (int attempt = 0; attempt < 5 && !ended_at_once; ++attempt) {
     const std::string archive = (dir_.path() / ("signal" + std::to_string(attempt) + ".sqlite")).string();
@@ -196,9 +181,8 @@ TEST_F(ReadOnlySource, TheHostRemovesTheCopyWhenEndedAtOnce) {
                           "--plugin", KAIRON_PLUGIN_PATH},
                          dir_.path() / ("signal" + std::to_string(attempt)), {"TMPDIR=" + temp_.string()});
     for (int i = 0; i < 600 && run.Running(); ++i) {
-      if (!CopiesLeft(temp_).empty() && Column(archive, "SELECT count(*) FROM patients") != std::vector<std::string>{"0"} &&
-          !Column(archive, "SELECT count(*) FROM patients").empty())
-        break;
+      const auto patients = Column(archive, "SELECT count(*) FROM patients");
+      if (!CopiesLeft(temp_).empty() && !patients.empty() && patients.front() != "0") break;
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     ASSERT_EQ(CopiesLeft(temp_).size(), 1u);
