@@ -181,13 +181,6 @@ class ClinicalTest : public ::testing::Test {
 fixture::TempDir* ClinicalTest::dir_;
 fixture::Run* ClinicalTest::run_;
 
-TEST_F(ClinicalTest, RunEndsWellButForTheBrokenTitle) {
-  EXPECT_TRUE(run_->outcome.result);
-  EXPECT_EQ(run_->outcome.patients_err, 1);
-  EXPECT_THAT(run_->Messages(),
-              ::testing::Contains("AddInfo: DIAGFAIL MARIO - Diagnosi Errore 5 Chiamata di routine o argomento non validi"));
-}
-
 TEST_F(ClinicalTest, BloodPressure) {
   auto saved = SavedBy("Pres", "Pressione");
   ASSERT_EQ(saved.size(), 3u);
@@ -237,6 +230,10 @@ TEST_F(ClinicalTest, Diagnoses) {
 TEST_F(ClinicalTest, ABrokenTitleGivesUpThePatientNotTheRun) {
   // The first row is saved, the broken one and all after it are not, and
   // the categories after diagnoses don't run for that patient.
+  EXPECT_TRUE(run_->outcome.result);
+  EXPECT_EQ(run_->outcome.patients_err, 1);
+  EXPECT_THAT(run_->Messages(),
+              ::testing::Contains("AddInfo: DIAGFAIL MARIO - Diagnosi Errore 5 Chiamata di routine o argomento non validi"));
   auto saved = SavedBy("DiagFail", "Problemi");
   ASSERT_EQ(saved.size(), 1u);
   EXPECT_EQ(saved[0][3], Text("Prima"));
@@ -365,124 +362,32 @@ TEST(ClinicalOrder, ServicesBeforeDiagnosesFindNoProblem) {
   EXPECT_EQ(fixture::Convert(dir / "GX_USER.FDB", before).ArgsOf("PPIP", "Salva")[0][2], Text(""));
 }
 
-// Every converter's failure tail: the host fails its first Salva; the patient
-// gets "ERR" with the converter's own suffix and the next patient converts.
-TEST(ClinicalFailures, EachConverterHasItsOwnTail) {
-  fixture::TempDir dir;
-  {
-    auto archive = sample::Archive::Create(dir.path().string());
-    for (const char* cod : {"F1", "F2"}) {
-      archive->Insert("PAZIENTI", fixture::Patient(cod, cod));
-      archive->Insert("REAZIONI", {{"CodCart", cod}, {"Testo", "x"}});
-      archive->Insert("MESSAGES", {{"CodCart", cod}, {"MESG", "x"}});
-      archive->Insert("BIOMETRIC", {{"CodCart", cod}, {"Peso", 70.0}, {"Statura", 170.0}, {"BMI", 24.2},
-                                    {"PADIST", 80.0}, {"PASIST", 120.0}});
-      archive->Insert("VISITE", {{"CodCart", cod}, {"Titolo", "Tosse - (786.2)"}});
-      archive->Insert("ESENZIONI", {{"CodCart", cod}, {"Codice", "048"}});
-      archive->Insert("PRESTAZIONI", {{"CodCart", cod}, {"Prestazione", "x"}});
-      archive->Insert("VACCINI", {{"CodCart", cod}, {"Testo", "x"}});
-      archive->Insert("VISNOTE", {{"CodCart", cod}, {"Testo", "x"}});
-    }
-    archive->Close();
-  }
-  const std::vector<std::tuple<std::string, std::string, std::string>> cases = {
-      {"allergie", "Allergie.Salva@1", " - Allergie"},
-      {"appunti", "Appunti.Salva@1", " - Appunti"},
-      {"bmi", "BMI.Salva@1", " - BMI"},
-      {"diagnosi", "Problemi.Salva@1", " - Diagnosi"},
-      {"diagnosi", "Carica@1", " - Diagnosi"},
-      {"esenzioni", "CaricaCodice@1", " - Esenzioni"},
-      {"eventi", "Eventi.Salva@1", " - Eventi"},
-      {"pressione arteriosa", "Pressione.Salva@1", " - Pressione Arteriosa"},
-      {"prestazioni", "PPIP.Salva@1", " - Prestazioni"},
-      {"vaccinazioni", "Vaccinazioni.Salva@1", " - Vaccinazioni"},
-      {"visite ambulatoriali", "VisiteAmbDom.Salva@1", " - Visite Ambulatoriali"},
-  };
-  for (const auto& [category, fail, suffix] : cases) {
-    refhost::ConvertOptions options;
-    options.options.emplace(category + ";appunti");
-    options.fail = {fail};
-    fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
-    EXPECT_TRUE(run.outcome.result) << category;
-    EXPECT_THAT(run.Messages(), ::testing::ElementsAreArray(std::vector<std::string>{
-                                    "AddMsg: Apertura database di origine", "ChangeMsg: OK",
-                                    "AddMsg: Inizio conversione pazienti", "ChangeMsg: OK",
-                                    "AddMsg: Inizializzazione archivio...", "ChangeMsg: OK", "AddMsg: F1 MARIO...",
-                                    "ChangeMsg: ERR", "AddInfo: F1 MARIO" + suffix + " Errore 1001 Errore simulato dall'host",
-                                    "AddMsg: F2 MARIO...", "ChangeMsg: OK"}))
-        << category;
-    // The later category ran for the second patient only.
-    EXPECT_TRUE(run.ArgsOf("Paziente#1.Appunti", "Salva").empty()) << category;
-    EXPECT_EQ(run.ArgsOf("Paziente#2.Appunti", "Salva").size(), category == "appunti" ? 2u : 1u) << category;
-  }
-}
-
-// A column that the table lacks fails at the first row that reads it.
-TEST(ClinicalFailures, MissingColumn) {
+// A column that the table lacks fails at the first row that reads it; a
+// table the source lacks fails its category for every patient, with the
+// database's own message. The run goes on to its end.
+TEST(ClinicalFailures, MissingColumnAndTable) {
   fixture::TempDir dir;
   {
     std::vector<sample::Table> schema = sample::DefaultSchema();
     sample::DropColumn(schema, "BIOMETRIC", "Note");
+    sample::DropTable(schema, "VACCINI");
     auto archive = sample::Archive::Create(dir.path().string(), schema);
     archive->Insert("PAZIENTI", fixture::Patient("M1", "Manca"));
     archive->Insert("BIOMETRIC", {{"CodCart", "M1"}, {"PADIST", 80.0}, {"PASIST", 120.0}});
-    archive->Close();
-  }
-  refhost::ConvertOptions options;
-  options.options.emplace("pressione arteriosa");
-  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
-  EXPECT_THAT(run.Messages(), ::testing::Contains(::testing::StartsWith(
-                                  "AddInfo: MANCA MARIO - Pressione Arteriosa Errore 3265 ")));
-  EXPECT_TRUE(run.Calls("Pressione", "Salva").empty());
-}
-
-}  // namespace
-
-namespace {
-
-// A generated sample with all ten categories: only the three patients made
-// to fail do, each with its own line.
-TEST(SampleConversion, OnlyTheIntendedPatientsFail) {
-  fixture::TempDir dir;
-  sample::SampleOptions sample_options;
-  sample_options.patients = 60;
-  sample::GenerateSample(dir.path().string(), sample_options);
-  refhost::ConvertOptions options;
-  options.options.emplace(kAllTen);
-  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
-  EXPECT_TRUE(run.outcome.result);
-  std::vector<std::string> details;
-  for (const std::string& message : run.Messages())
-    if (message.rfind("AddInfo: ", 0) == 0) details.push_back(message);
-  ASSERT_EQ(details.size(), 3u);
-  EXPECT_THAT(details[0], ::testing::StartsWith("AddInfo: - Anagrafica Errore 335544569 "));
-  EXPECT_THAT(details[1], ::testing::EndsWith(": CodFisc, TesseraSSN o Data Nascita non validi (Almeno uno di questi "
-                                              "dati è necessario)"));
-  EXPECT_EQ(details[2], "AddInfo: GALLO TERESA - Diagnosi Errore 5 Chiamata di routine o argomento non validi");
-  EXPECT_EQ(run.outcome.patients_err, 3);
-  EXPECT_GT(run.outcome.records_per_store["Problemi"], 100);
-}
-
-// A table the source lacks fails its category for every patient, with the
-// database's own message, and the run goes on to its end.
-TEST(SampleConversion, MissingTable) {
-  fixture::TempDir dir;
-  {
-    std::vector<sample::Table> schema = sample::DefaultSchema();
-    sample::DropTable(schema, "VACCINI");
-    auto archive = sample::Archive::Create(dir.path().string(), schema);
-    archive->Insert("PAZIENTI", fixture::Patient("T1", "Tabella"));
     archive->Insert("PAZIENTI", fixture::Patient("T2", "Tavola"));
     archive->Insert("MESSAGES", {{"CodCart", "T2"}, {"MESG", "x"}});
     archive->Close();
   }
   refhost::ConvertOptions options;
-  options.options.emplace("vaccinazioni;appunti");
+  options.options.emplace("pressione arteriosa;vaccinazioni;appunti");
   fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
   EXPECT_TRUE(run.outcome.result);
   EXPECT_EQ(run.outcome.patients_err, 2);
   EXPECT_THAT(run.Messages(), ::testing::Contains(::testing::StartsWith(
+                                  "AddInfo: MANCA MARIO - Pressione Arteriosa Errore 3265 ")));
+  EXPECT_THAT(run.Messages(), ::testing::Contains(::testing::StartsWith(
                                   "AddInfo: TAVOLA MARIO - Vaccinazioni Errore 335544569 Dynamic SQL Error")));
+  EXPECT_TRUE(run.Calls("Pressione", "Salva").empty());
   EXPECT_TRUE(run.Calls("Appunti", "Salva").empty());
 }
 
