@@ -4,11 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
 
-#include "host/failure.h"
 #include "plugin/modConversione.h"
-#include "source/clsAmbulor.h"
 #include "support/fixture.h"
 #include "tools/kairon-convert/reference_host.h"
 
@@ -339,72 +336,27 @@ TEST_F(PrescriptionsTest, TheArchiveLinksItemsToTheirPrescriptionAndCountsThem) 
                                              "06/05/2023|PrescrizioneLibera|PRIMA|"}));
 }
 
-// The visit routine has no category of its own: it is driven here through
-// the worker, by a Conversione whose Converti opens the source and converts
-// a list of ESAMI records for one patient.
-class VisitConversione : public host::Object {
- public:
-  VisitConversione(std::string user_path, std::vector<int32_t> records)
-      : user_path_(std::move(user_path)), records_(std::move(records)) {}
-
-  host::Value Get(std::string_view member) override {
-    if (host::SameName(member, "LastError")) return worker_.LastError();
-    if (host::SameName(member, "ListaOpzioni")) return "";
-    host::failures::Raise(host::failures::kMemberNotSupported);
-  }
-  void Set(std::string_view, const host::Value&) override {
-    host::failures::Raise(host::failures::kMemberNotSupported);
-  }
-  host::Value Call(std::string_view member, host::Args& args) override {
-    if (host::SameName(member, "Test")) {
-      worker_.Init(user_path_);
-      args[1].value() = worker_.ListaMedici();
-      return host::Value::Bool(true);
-    }
-    cnv::InterfaceCorrente() = args[2].value();
-    host::Value paziente = host::Call(cnv::InterfaceCorrente(), "DaiPaziente",
-                                      {"Visite", "Mario", "RSSMRA50C07H501X", "07/03/1950", ""});
-    host::Set(paziente, "cognome", "VISITE");
-    host::Set(paziente, "nome", "MARIO");
-    host::Set(paziente, "CodiceFiscale", "RSSMRA50C07H501X");
-    host::Call(cnv::InterfaceCorrente(), "ImportaAnagrafica", {paziente});
-    for (int32_t record : records_) worker_.ConvertiRicettaVisita(paziente, record);
-    cnv::InterfaceCorrente() = host::Value();
-    return host::Value::Bool(true);
-  }
-
- private:
-  cnv::clsAmbulor worker_;
-  std::string user_path_;
-  std::vector<int32_t> records_;
-};
-
+// A visit report (an exam of Tipo 2 or 3) first gives the prescription of
+// the ESAMI row whose RECORD is the report's own Record: one header and one
+// item for each dated row found, however often it is found.
 TEST(VisitPrescriptions, OneRecordOneHeaderOneItem) {
   fixture::TempDir dir;
   {
-    auto archive = sample::Archive::Create(dir / "src");
+    auto archive = sample::Archive::Create(dir.path().string());
+    archive->Insert("PAZIENTI", fixture::Patient("V1", "Visite"));
     archive->Insert("ESAMI", {{"RECORD", Value::I32(501)}, {"CodCart", "V1"}, {"tipo", Value::I32(2)},
-                              {"Data", Date{2024, 2, 10}}, {"Testo", "visita diabetologica"},
-                              {"Esenzione", "013"}, {"Indicaz", "Diabete mellito"}, {"CodRif", "89.7"}});
+                              {"Data", Date{2024, 2, 10}}, {"Testo", "visita diabetologica"}, {"Esenzione", "013"},
+                              {"Indicaz", "Diabete mellito"}, {"CodRif", "89.7"}, {"CODESAME", "E501"}});
     archive->Insert("ESAMI", {{"RECORD", Value::I32(502)}, {"CodCart", "V1"}, {"Testo", "senza data"}});
     archive->Insert("ESAMI", {{"RECORD", Value::I32(503)}, {"CodCart", "V1"}, {"tipo", Value::I32(3)},
                               {"Data", Date{2024, 3, 1}}, {"Testo", "ecografia"}});
+    for (int record : {501, 502, 999, 503, 501})
+      archive->Insert("REFERTI", {{"Record", Value::I32(record)}, {"CodCart", "V1"}, {"CODESAME", "E501"}});
     archive->Close();
   }
   refhost::ConvertOptions options;
-  options.conn = dir / "src/GX_USER.FDB";
-  options.archive = dir / "kairon.sqlite";
-  options.trace = dir / "trace.jsonl";
-  options.data_dir = KAIRON_DATA_DIR;
-  options.tempdir = dir / "tmp";
-  std::filesystem::create_directories(options.tempdir);
-  options.options.emplace("");
-  fixture::Run run;
-  run.outcome = refhost::Convert(
-      std::make_shared<VisitConversione>(options.conn, std::vector<int32_t>{501, 502, 999, 503, 501}), options);
-  std::ifstream trace(options.trace);
-  for (std::string line; std::getline(trace, line);) run.trace.push_back(json::parse(line));
-
+  options.options.emplace("referti");
+  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
   ASSERT_TRUE(run.outcome.result);
   auto saved = PrescriptionsOf(run, "Paziente#1");
   ASSERT_EQ(saved.size(), 3u);
