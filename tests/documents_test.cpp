@@ -88,40 +88,27 @@ class Conversion {
   const fs::path& tempdir() const { return tempdir_; }
 
   // The trace lines from the DaiPaziente of this surname to the next one.
-  std::vector<json> Of(const std::string& cognome) const {
-    std::vector<json> lines;
+  fixture::Run Of(const std::string& cognome) const {
+    fixture::Run part;
     bool inside = false;
     for (const json& line : run_.trace) {
       if (line["obj"] == "Interface" && line["member"] == "DaiPaziente") inside = line["args"][0]["value"] == cognome;
-      if (inside) lines.push_back(line);
+      if (inside) part.trace.push_back(line);
     }
-    return lines;
+    return part;
   }
-
-  // The calls of a member on an object whose name ends in suffix, for one
-  // patient, failed ones left out.
   std::vector<json> Calls(const std::string& cognome, const std::string& suffix, const std::string& member) const {
-    std::vector<json> calls;
-    for (const json& line : Of(cognome)) {
-      const std::string obj = line["obj"];
-      if (line["op"] == "call" && line["member"] == member && !line.contains("failed") && obj.size() >= suffix.size() &&
-          obj.compare(obj.size() - suffix.size(), suffix.size(), suffix) == 0)
-        calls.push_back(line);
-    }
-    return calls;
+    return Of(cognome).Calls(suffix, member);
   }
   std::vector<json> Saved(const std::string& cognome, const std::string& store) const {
-    std::vector<json> args;
-    for (const json& call : Calls(cognome, "." + store, "Salva")) args.push_back(call["args"]);
-    return args;
+    return Of(cognome).ArgsOf("." + store, "Salva");
   }
   // The file steps and the records of one patient's categories, in order
   // (the relationship with the doctor left out).
   std::vector<std::string> Steps(const std::string& cognome) const {
     std::vector<std::string> steps;
-    for (const json& line : Of(cognome)) {
-      const std::string obj = line["obj"];
-      const std::string member = line["member"];
+    for (const json& line : Of(cognome).trace) {
+      const std::string obj = line["obj"], member = line["member"];
       if (member == "Killfile" || member == "SalvaFile") steps.push_back(member);
       if (member == "Salva" && !obj.ends_with(".Rapporti")) steps.push_back(obj.substr(obj.find('.') + 1));
     }
@@ -132,7 +119,7 @@ class Conversion {
   // The outcome line of a patient: "OK" or the AddInfo that followed "ERR".
   std::string Outcome(const std::string& cognome) const {
     std::string outcome;
-    for (const json& line : Of(cognome)) {
+    for (const json& line : Of(cognome).trace) {
       if (line["op"] != "call" || line["obj"] != "Interface") continue;
       if (line["member"] == "ChangeMsg") outcome = line["args"][0]["value"];
       if (line["member"] == "AddInfo" && outcome == "ERR") outcome = line["args"][0]["value"];

@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-
 #include "plugin/modConversione.h"
 #include "support/fixture.h"
 #include "tools/kairon-convert/reference_host.h"
