@@ -1,6 +1,6 @@
 // Values as a real Italian archive holds them, read from real Firebird files
 // and written back into the source's queries: numeric keys, keys and surname
-// bounds with accented letters in the column's own bytes, dates typed by hand.
+// bounds with accented letters in the column's own bytes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -12,7 +12,6 @@ namespace {
 using fixture::Text;
 using host::Value;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 
 // The surnames that DaiPaziente received, in order.
@@ -176,37 +175,6 @@ TEST(SurnameBoundsEdges, ABoundTheColumnCantHoldEndsTheRunWithItsCause) {
   EXPECT_FALSE(run.outcome.result);
   EXPECT_THAT(run.outcome.last_error, HasSubstr("Łukasz"));
   EXPECT_THAT(run.outcome.last_error, HasSubstr("WIN1252"));
-}
-
-TEST(TypedDates, TextColumnsReadAsAPersonReadsThem) {
-  fixture::TempDir dir;
-  std::vector<sample::Table> schema = sample::DefaultSchema();
-  sample::SetColumnType(schema, "PAZIENTI", "DataRevoca", "VARCHAR(30)");
-  sample::SetColumnType(schema, "PAZIENTI", "DataScelta", "VARCHAR(30)");
-  sample::SetColumnType(schema, "VISITE", "Inizio", "VARCHAR(30)");
-  auto archive = sample::Archive::Create(dir.path().string(), schema);
-  archive->Insert("PAZIENTI", fixture::Patient("R1", "Revocato", {{"DataScelta", "2 gen 1998"},
-                                                                  {"DataRevoca", "07/03/2019 10.30"}}));
-  archive->Insert("PAZIENTI", fixture::Patient("R2", "Scelto", {{"DataScelta", "07-MAR-1950"},
-                                                                {"DataRevoca", "mar 7 2019"}}));
-  const char* const typed[] = {"7 marzo 1950", "07.03.50 9.15", "Mar 7 1950", "07/1950"};
-  for (const char* inizio : typed) archive->Insert("VISITE", {{"CodCart", "R1"}, {"Inizio", inizio}});
-  archive->Close();
-
-  refhost::ConvertOptions options;
-  options.options.emplace("Eventi");
-  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
-  ASSERT_TRUE(run.outcome.result);
-  // A month-first end stays as it was typed and gives the relationship no state.
-  EXPECT_THAT(run.ArgsOf("Rapporti", "Salva"),
-              ElementsAre(fixture::json::array({Text(""), Text("02/01/1998"), Text("07/03/2019"), Text(""),
-                                                fixture::I16(0), Text("REVOCATO")}),
-                          fixture::json::array({Text(""), Text("07/03/1950"), Text("mar 7 2019"), Text(""),
-                                                fixture::I16(0), Text("")})));
-  std::vector<fixture::json> starts;
-  for (const auto& args : run.ArgsOf("Eventi", "Salva")) starts.push_back(args[1]);
-  EXPECT_THAT(starts, ElementsAreArray({Text("07/03/1950"), Text("07/03/1950"), Text("01/01/2012"),
-                                        Text("01/01/2012")}));
 }
 
 }  // namespace
