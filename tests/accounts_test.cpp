@@ -171,9 +171,8 @@ class SmallSourceAccounts : public ::testing::Test {
     return runreport::ReadRun(run.archive);
   }
 
-  static fixture::TempDir* folder_;
+  static inline fixture::TempDir* folder_ = nullptr;
 };
-fixture::TempDir* SmallSourceAccounts::folder_ = nullptr;
 
 const CategoryAccount& Account(const Reconciliation& r, const std::string& keyword) {
   for (const CategoryAccount& c : r.categories)
@@ -423,11 +422,9 @@ class SampleAccounts : public ::testing::Test {
     delete run_;
     delete folder_;
   }
-  static fixture::TempDir* folder_;
-  static runreport::RunRecord* run_;
+  static inline fixture::TempDir* folder_ = nullptr;
+  static inline runreport::RunRecord* run_ = nullptr;
 };
-fixture::TempDir* SampleAccounts::folder_ = nullptr;
-runreport::RunRecord* SampleAccounts::run_ = nullptr;
 
 TEST_F(SampleAccounts, EveryDifferenceHasItsCause) {
   const Reconciliation r = runreport::Reconcile(*run_);

@@ -175,11 +175,9 @@ class ClinicalTest : public ::testing::Test {
     return Saved(PatientObject(cognome), store);
   }
 
-  static fixture::TempDir* dir_;
-  static fixture::Run* run_;
+  static inline fixture::TempDir* dir_ = nullptr;
+  static inline fixture::Run* run_ = nullptr;
 };
-fixture::TempDir* ClinicalTest::dir_;
-fixture::Run* ClinicalTest::run_;
 
 using Records = std::vector<json>;
 

@@ -72,7 +72,7 @@ json Null() { return {{"type", "null"}, {"value", nullptr}}; }
 class Conversion {
  public:
   Conversion(const std::string& opzioni, const std::function<void(sample::Archive&)>& fill,
-             std::vector<std::string> fail = {}, const std::vector<sample::Table>& schema = sample::DefaultSchema()) {
+             const std::vector<sample::Table>& schema = sample::DefaultSchema()) {
     auto archive = sample::Archive::Create((dir_.path() / "fonte").string(), schema);
     fill(*archive);
     archive->Close();
@@ -80,7 +80,6 @@ class Conversion {
     refhost::ConvertOptions options;
     options.options = opzioni;
     options.tempdir = tempdir_.string();
-    options.fail = std::move(fail);
     run_ = fixture::Convert(dir_ / "fonte/GX_USER.FDB", options);
   }
 
@@ -189,9 +188,8 @@ class ScansTest : public ::testing::Test {
     cnv::filing::SetGzipLimitForTesting(0);
   }
   static void TearDownTestSuite() { delete c_; }
-  static Conversion* c_;
+  static inline Conversion* c_ = nullptr;
 };
-Conversion* ScansTest::c_;
 
 TEST_F(ScansTest, TitleBecomesFileNameAndEventKeepsIt) {
   auto files = c_->Calls("Nomi", ".Files", "SalvaFile");
@@ -297,14 +295,14 @@ TEST(ImagesOrderTest, LongRecordsAreKeysOfTheirOwn) {
     a.Insert("IMAGES",
              Image(0, "Lunghi", Value::Bytes(Of("seconda")), "seconda", "jpg", {{"Record", "20240101123456790"}}));
   };
-  Conversion scans("scansioni", fill, {}, schema);
+  Conversion scans("scansioni", fill, schema);
   EXPECT_EQ(scans.Outcome("Lunghi"), "OK");
   auto events = scans.Saved("Lunghi", "Eventi");
   ASSERT_THAT(events, SizeIs(2));
   EXPECT_EQ(events[0][4], Text("prima"));
   EXPECT_EQ(events[1][4], Text("seconda"));
 
-  Conversion recordings("registrazioni private", fill, {}, schema);
+  Conversion recordings("registrazioni private", fill, schema);
   EXPECT_EQ(recordings.Outcome("Lunghi"), "OK");
   EXPECT_THAT(recordings.Saved("Lunghi", "Appunti"), SizeIs(2));
 }
@@ -425,9 +423,8 @@ class ReportsTest : public ::testing::Test {
     });
   }
   static void TearDownTestSuite() { delete c_; }
-  static Conversion* c_;
+  static inline Conversion* c_ = nullptr;
 };
-Conversion* ReportsTest::c_;
 
 TEST_F(ReportsTest, ExamReportCutsTextsAndKeepsANullReport) {
   auto saved = c_->Saved("Esami", "RefertiEsami");
@@ -519,12 +516,11 @@ class CertificatesTest : public ::testing::Test {
                              {"Settings", "pdf"}});
       a.Insert("SCANSIONI", {{"CODESAME", "P2"}, {"bindata", Value::Bytes(Of("pag2"))}, {"Titolo", "AIFA/2"},
                              {"Settings", "pdf"}});
-    }, {}, schema);
+    }, schema);
   }
   static void TearDownTestSuite() { delete c_; }
-  static Conversion* c_;
+  static inline Conversion* c_ = nullptr;
 };
-Conversion* CertificatesTest::c_;
 
 TEST_F(CertificatesTest, GzipGoesToCertificatesPlainToMarkedNotesByteForByte) {
   const Bytes rtf = Rtf();

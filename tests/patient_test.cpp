@@ -81,11 +81,9 @@ class PatientTest : public ::testing::Test {
     return nullptr;
   }
 
-  static fixture::TempDir* dir_;
-  static fixture::Run* run_;
+  static inline fixture::TempDir* dir_ = nullptr;
+  static inline fixture::Run* run_ = nullptr;
 };
-fixture::TempDir* PatientTest::dir_;
-fixture::Run* PatientTest::run_;
 
 TEST_F(PatientTest, EveryPatientIsImported) {
   EXPECT_TRUE(run_->outcome.result);

@@ -205,11 +205,9 @@ class PrescriptionsTest : public ::testing::Test {
     return {};
   }
 
-  static fixture::TempDir* dir_;
-  static fixture::Run* run_;
+  static inline fixture::TempDir* dir_ = nullptr;
+  static inline fixture::Run* run_ = nullptr;
 };
-fixture::TempDir* PrescriptionsTest::dir_;
-fixture::Run* PrescriptionsTest::run_;
 
 TEST_F(PrescriptionsTest, OnlyThePlantedRowsFail) {
   EXPECT_TRUE(run_->outcome.result);
