@@ -33,20 +33,29 @@ int FailureNumberOf(const std::function<void()>& f) {
 
 TEST(TextOf, EveryValueTypeBecomesText) {
   const std::pair<Value, const char*> cases[] = {
-      {Value(), ""},          {Value::Null(), ""},      {Value("Rossi"), "Rossi"},
-      {Value::I16(-7), "-7"}, {Value(72.5), "72.5"},    {Value(80.0), "80"},
-      {Value::Bool(true), "True"},                      {Value(Date{2019, 12, 31, 8, 5, 0}), "31/12/2019 08:05:00"},
-      {Value::Bytes({'a', 0xE8}), "a\xC3\xA8"},          {Value(100000.0), "100000"}};
+      {Value(), ""},
+      {Value::Null(), ""},
+      {Value("Rossi"), "Rossi"},
+      {Value::I16(-7), "-7"},
+      {Value(72.5), "72.5"},
+      {Value(100000.0), "100000"},
+      {Value::Bool(true), "True"},
+      {Value(Date{1950, 3, 7}), "07/03/1950"},
+      {Value(Date{2019, 12, 31, 8, 5, 0}), "31/12/2019 08:05:00"},
+      {Value::Bytes({'a', 0xE8}), "a\xC3\xA8"}};
   for (const auto& [value, text] : cases) EXPECT_EQ(cnv::TextOf(value), text) << text;
   EXPECT_EQ(FailureNumberOf([] { cnv::TextOf(Value(host::ObjectRef())); }), host::failures::kTypeMismatch);
 }
 
 TEST(NumberText, PlainDecimalsUpToFifteenDigitsThenTheExponent) {
   const std::pair<double, const char*> cases[] = {
-      {2000000, "2000000"}, {-0.25, "-0.25"}, {0.1 + 0.2, "0.3"}, {1.0 / 3.0, "0.333333333333333"},
-      {0.00012345, "0.00012345"}, {-0.0, "0"}, {123456789012345.0, "123456789012345"}, {1e15, "1E+15"},
-      {999999999999999.9, "1E+15"}, {1234567890123456.0, "1.23456789012346E+15"}, {0.00001, "1E-05"},
-      {-0.000015, "-1.5E-05"}, {1e100, "1E+100"}};
+      {2000000, "2000000"},          {-0.25, "-0.25"},
+      {0.1 + 0.2, "0.3"},            {1.0 / 3.0, "0.333333333333333"},
+      {0.0001, "0.0001"},            {0.00012345, "0.00012345"},
+      {-0.0, "0"},                   {123456789012345.0, "123456789012345"},
+      {1e15, "1E+15"},               {999999999999999.9, "1E+15"},
+      {0.00001, "1E-05"},            {1234567890123456.0, "1.23456789012346E+15"},
+      {-0.000015, "-1.5E-05"},       {1e100, "1E+100"}};
   for (const auto& [number, text] : cases) EXPECT_EQ(host::NumberText(number), text);
 }
 
