@@ -175,68 +175,67 @@ class ClinicalTest : public ::testing::Test {
     return Saved(PatientObject(cognome), store);
   }
 
-  static fixture::TempDir* dir_;
-  static fixture::Run* run_;
+  static inline fixture::TempDir* dir_ = nullptr;
+  static inline fixture::Run* run_ = nullptr;
 };
-fixture::TempDir* ClinicalTest::dir_;
-fixture::Run* ClinicalTest::run_;
 
-TEST_F(ClinicalTest, RunEndsWellButForTheBrokenTitle) {
-  EXPECT_TRUE(run_->outcome.result);
-  EXPECT_EQ(run_->outcome.patients_err, 1);
-  EXPECT_THAT(run_->Messages(),
-              ::testing::Contains("AddInfo: DIAGFAIL MARIO - Diagnosi Errore 5 Chiamata di routine o argomento non validi"));
+using Records = std::vector<json>;
+
+TEST_F(ClinicalTest, BloodPressureAndBmi) {
+  // A decimal comma ends the number, a non-number reads 0; a missing
+  // pressure gives no record; no date, no fallback.
+  auto pressure = [](const char* data, double dist, double sist, const char* note) {
+    return json::array({Text(""), Text(data), F64(dist), F64(sist), Text(note), Text(""), Text(""), Text("")});
+  };
+  EXPECT_EQ(SavedBy("Pres", "Pressione"), (Records{pressure("04/05/2020", 80, 120, ""),
+                                                   pressure("", 85, 0, "tredici carat"),
+                                                   pressure("01/01/2021", 0, 0, "")}));
+  auto bmi = [](const char* data, double peso, double statura, double indice, const char* note) {
+    return json::array({Text(""), Text(data), F64(peso), F64(statura), F64(indice), I16(0), Text(note), Text(""),
+                        Text(""), Text("")});
+  };
+  EXPECT_EQ(SavedBy("Bmi", "BMI"), (Records{bmi("02/01/2020", 70, 175, 22.86, "tredici carat"),
+                                           bmi("02/01/2020", -70, 1.75, 22, ""), bmi("", 80, 180, 24.7, "")}));
 }
 
-TEST_F(ClinicalTest, BloodPressure) {
-  auto saved = SavedBy("Pres", "Pressione");
-  ASSERT_EQ(saved.size(), 3u);
-  EXPECT_EQ(saved[0], json::array({Text(""), Text("04/05/2020"), F64(80), F64(120), Text(""), Text(""), Text(""),
-                                   Text("")}));
-  // A decimal comma ends the number, a non-number reads 0; no date, no fallback.
-  EXPECT_EQ(saved[1], json::array({Text(""), Text(""), F64(85), F64(0), Text("tredici carat"), Text(""), Text(""),
-                                   Text("")}));
-  EXPECT_EQ(saved[2], json::array({Text(""), Text("01/01/2021"), F64(0), F64(0), Text(""), Text(""), Text(""),
-                                   Text("")}));
-}
-
-TEST_F(ClinicalTest, Bmi) {
-  auto saved = SavedBy("Bmi", "BMI");
-  ASSERT_EQ(saved.size(), 3u);
-  EXPECT_EQ(saved[0], json::array({Text(""), Text("02/01/2020"), F64(70), F64(175), F64(22.86), I16(0),
-                                   Text("tredici carat"), Text(""), Text(""), Text("")}));
-  EXPECT_EQ(saved[1], json::array({Text(""), Text("02/01/2020"), F64(-70), F64(1.75), F64(22), I16(0), Text(""),
-                                   Text(""), Text(""), Text("")}));
-  EXPECT_EQ(saved[2][1], Text(""));
-}
-
-TEST_F(ClinicalTest, Diagnoses) {
-  auto saved = SavedBy("Diag", "Problemi");
-  ASSERT_EQ(saved.size(), 7u);
-  EXPECT_EQ(saved[0], json::array({Text(""), Text("05/06/2015"), Text("ICD-401.9"), Text("Ipertensione essenziale"),
-                                   Text(" cronica "), Text(" cronica "), I32(2), I16(0), Text(""), Text("")}));
-  // The marker needs no blank before it; a termine of empty text closes the problem.
-  EXPECT_EQ(saved[1], json::array({Text(""), Text("01/01/2014"), Text("ICD-250.00"), Text("Diabete mellito, tipo II"),
-                                   Text(""), Text(""), I32(4), I16(0), Text(""), Text("")}));
-  // A code the archive doesn't know leaves the title whole.
-  EXPECT_EQ(saved[2][1], Text("01/01/2014"));
-  EXPECT_EQ(saved[2][2], Text(""));
-  EXPECT_EQ(saved[2][3], Text("Frattura - (999.9)"));
-  EXPECT_EQ(saved[2][6], I32(4));
-  EXPECT_EQ(saved[3][1], Text("10/10/2016"));
-  EXPECT_EQ(saved[3][3], Text("Altro -  (401.9)"));
-  EXPECT_EQ(saved[4][3], Text("Visita - (401.9) di controllo"));
-  EXPECT_EQ(saved[5][3], Text(""));
-  // An empty code is looked up as it is.
-  EXPECT_EQ(saved[6][2], Text("ICD-VUOTO"));
+// Titles end in " - (code)" or "- (code)": the code is looked up, also when
+// empty, and a code the archive doesn't know leaves the title whole; a
+// termine of empty text closes the problem (state 4).
+TEST_F(ClinicalTest, DiagnosesAndTheirEvents) {
+  auto problem = [](const char* data, const char* id, const char* title, const char* note, int state) {
+    return json::array({Text(""), Text(data), Text(id), Text(title), Text(note), Text(note), I32(state), I16(0),
+                        Text(""), Text("")});
+  };
+  EXPECT_EQ(SavedBy("Diag", "Problemi"),
+            (Records{problem("05/06/2015", "ICD-401.9", "Ipertensione essenziale", " cronica ", 2),
+                     problem("01/01/2014", "ICD-250.00", "Diabete mellito, tipo II", "", 4),
+                     problem("01/01/2014", "", "Frattura - (999.9)", "x", 4),
+                     problem("10/10/2016", "", "Altro -  (401.9)", "y", 2),
+                     problem("01/02/2017", "", "Visita - (401.9) di controllo", "z", 2),
+                     problem("01/02/2017", "", "", "", 2),
+                     problem("01/02/2017", "ICD-VUOTO", "Codice vuoto", "w", 2)}));
   std::vector<std::string> codes;
   for (const json& call : run_->Calls("ICD9", "Carica")) codes.push_back(call["args"][0]["value"]);
   EXPECT_THAT(codes, ::testing::IsSupersetOf({"401.9", "250.00", "999.9", "401.9) di controll", ""}));
+
+  auto event = [](const char* data, const char* title, const char* note) {
+    return json::array({Text(""), Text(data), Text(""), Text(""), Text(title), Text(note), Text(note), Text("")});
+  };
+  EXPECT_EQ(SavedBy("Diag", "Eventi"),
+            (Records{event("05/06/2015", "Ipertensione essenziale - (401.9)", "cronica"),
+                     event("01/01/2012", "Diabete- (250.00)", ""), event("01/01/2012", "Frattura - (999.9)", "x"),
+                     event("10/10/2016", "Altro -  (401.9)", "y"),
+                     event("01/02/2017", "Visita - (401.9) di controllo", "z"), event("01/02/2017", "", ""),
+                     event("01/02/2017", "Vuoto - ()", "w")}));
 }
 
 TEST_F(ClinicalTest, ABrokenTitleGivesUpThePatientNotTheRun) {
   // The first row is saved, the broken one and all after it are not, and
   // the categories after diagnoses don't run for that patient.
+  EXPECT_TRUE(run_->outcome.result);
+  EXPECT_EQ(run_->outcome.patients_err, 1);
+  EXPECT_THAT(run_->Messages(),
+              ::testing::Contains("AddInfo: DIAGFAIL MARIO - Diagnosi Errore 5 Chiamata di routine o argomento non validi"));
   auto saved = SavedBy("DiagFail", "Problemi");
   ASSERT_EQ(saved.size(), 1u);
   EXPECT_EQ(saved[0][3], Text("Prima"));
@@ -245,103 +244,80 @@ TEST_F(ClinicalTest, ABrokenTitleGivesUpThePatientNotTheRun) {
   EXPECT_FALSE(SavedBy("Esen", "Esenzioni").empty());
 }
 
+// Drug codes are looked up trimmed; one the archive knows names the allergy.
 TEST_F(ClinicalTest, Allergies) {
-  auto saved = SavedBy("Allerg", "Allergie");
-  ASSERT_EQ(saved.size(), 5u);
-  EXPECT_EQ(saved[0], json::array({Text(""), Text("12/05/2018"), Text("Penicillina"), Text(""), Text(""), I16(0),
-                                   Text("")}));
-  EXPECT_EQ(saved[1], json::array({Text(""), Text("12/05/2018"), Text("TACHIPIRINA*20CPR 500MG"), Text(""), Text(""),
-                                   I16(0), Text("")}));
-  EXPECT_EQ(saved[2][1], Text("01/01/2012"));
-  EXPECT_EQ(saved[2][2], Text("Pollini"));
-  EXPECT_EQ(saved[3][2], Text("Lattice"));
-  EXPECT_EQ(saved[4][1], Text("01/01/2012"));
-  EXPECT_EQ(saved[4][2], Text(""));
+  auto allergy = [](const char* data, const char* text) {
+    return json::array({Text(""), Text(data), Text(text), Text(""), Text(""), I16(0), Text("")});
+  };
+  EXPECT_EQ(SavedBy("Allerg", "Allergie"),
+            (Records{allergy("12/05/2018", "Penicillina"), allergy("12/05/2018", "TACHIPIRINA*20CPR 500MG"),
+                     allergy("01/01/2012", "Pollini"), allergy("01/01/2012", "Lattice"), allergy("01/01/2012", "")}));
   std::vector<std::string> codes;
   for (const json& call : run_->Calls("Farmaci", "Carica")) codes.push_back(call["args"][0]["value"]);
   EXPECT_THAT(codes, ::testing::ElementsAre("012345678", "999", ""));
 }
 
+// A recall on the day of the run is still to come.
 TEST_F(ClinicalTest, VaccinationsAndTheRecallFlag) {
-  auto saved = SavedBy("Vacc", "Vaccinazioni");
-  ASSERT_EQ(saved.size(), 4u);
-  EXPECT_EQ(saved[0], json::array({Text(""), Text(""), Text(""), Text("01/04/2019"), Text("Antitetanica"), Text(""),
-                                   Text("ok"), Text("ok"), Text(""), Text("01/01/2020"), Text("01/01/2020"), I32(0)}));
-  // A recall on the day of the run is still to come.
-  EXPECT_EQ(saved[1][9], Text("23/11/2026"));
-  EXPECT_EQ(saved[1][11], I32(1));
-  EXPECT_EQ(saved[2][3], Text("01/01/2012"));
-  EXPECT_EQ(saved[2][11], I32(1));
-  EXPECT_EQ(saved[3][9], Text(""));
-  EXPECT_EQ(saved[3][10], Text(""));
-  EXPECT_EQ(saved[3][11], I32(0));
+  auto vaccination = [](const char* data, const char* recall, int to_come) {
+    return json::array({Text(""), Text(""), Text(""), Text(data), Text("Antitetanica"), Text(""), Text("ok"),
+                        Text("ok"), Text(""), Text(recall), Text(recall), I32(to_come)});
+  };
+  EXPECT_EQ(SavedBy("Vacc", "Vaccinazioni"),
+            (Records{vaccination("01/04/2019", "01/01/2020", 0), vaccination("01/04/2019", "23/11/2026", 1),
+                     vaccination("01/01/2012", "01/01/2030", 1), vaccination("01/04/2019", "", 0)}));
 }
 
-TEST_F(ClinicalTest, NotesEventsAndVisits) {
-  auto appunti = SavedBy("Appun", "Appunti");
-  ASSERT_EQ(appunti.size(), 2u);
-  EXPECT_EQ(appunti[0], json::array({Text(""), Text("03/02/2019"), Bool(false), Bool(false), Text(" da richiamare  "),
-                                     Text(" da richiamare  "), Text("")}));
-  EXPECT_EQ(appunti[1], json::array({Text(""), Text("01/01/2012"), Bool(false), Bool(false), Text(""), Text(""),
-                                     Text("")}));
-
-  auto eventi = SavedBy("Diag", "Eventi");
-  ASSERT_EQ(eventi.size(), 7u);
-  EXPECT_EQ(eventi[0], json::array({Text(""), Text("05/06/2015"), Text(""), Text(""),
-                                    Text("Ipertensione essenziale - (401.9)"), Text("cronica"), Text("cronica"),
-                                    Text("")}));
-  EXPECT_EQ(eventi[1][1], Text("01/01/2012"));
-  EXPECT_EQ(eventi[5][4], Text(""));
-
-  auto visite = SavedBy("Visn", "VisiteAmbDom");
-  ASSERT_EQ(visite.size(), 2u);
-  EXPECT_EQ(visite[0], json::array({Text(""), Text("08/07/2018"), Text(""), Text(""), Text(" controllo "),
-                                    Text(" controllo "), Text(""), I16(0)}));
-  EXPECT_EQ(visite[1][1], Text("01/01/2012"));
+TEST_F(ClinicalTest, NotesAndVisits) {
+  auto note = [](const char* data, const char* text) {
+    return json::array({Text(""), Text(data), Bool(false), Bool(false), Text(text), Text(text), Text("")});
+  };
+  EXPECT_EQ(SavedBy("Appun", "Appunti"), (Records{note("03/02/2019", " da richiamare  "), note("01/01/2012", "")}));
+  auto visit = [](const char* data, const char* text) {
+    return json::array({Text(""), Text(data), Text(""), Text(""), Text(text), Text(text), Text(""), I16(0)});
+  };
+  EXPECT_EQ(SavedBy("Visn", "VisiteAmbDom"), (Records{visit("08/07/2018", " controllo "), visit("01/01/2012", "")}));
 }
 
+// Each service goes to the store its text names, with the ID of the first
+// problem of its diagnosis (case counts).
 TEST_F(ClinicalTest, ServicesFindTheirProblemAndStore) {
-  std::string patient = PatientObject("Prest");
-  // The first problem of that description gives the ID.
+  const std::string patient = PatientObject("Prest");
   std::vector<json> problems = run_->Calls("Problemi", "Salva");
-  auto id_of = [&](const std::string& obj, size_t nth_of_patient) {
-    size_t seen = 0;
-    for (size_t i = 0; i < problems.size(); ++i) {
-      if (problems[i]["obj"] != obj + ".Problemi") continue;
-      if (seen++ == nth_of_patient) return "P" + std::to_string(i + 1);
-    }
+  auto id_of = [&](size_t nth_of_patient) {
+    for (size_t i = 0, seen = 0; i < problems.size(); ++i)
+      if (problems[i]["obj"] == patient + ".Problemi" && seen++ == nth_of_patient) return "P" + std::to_string(i + 1);
     return std::string("?");
   };
-  auto home = Saved(patient, "VisiteAmbDom");
-  ASSERT_EQ(home.size(), 1u);
-  EXPECT_EQ(home[0], json::array({Text(""), Text("02/02/2020"), Text(id_of(patient, 0)), Text("Lombalgia"),
-                                  Text("nota"), Text("nota"), Text(""), I16(1)}));
-  auto adi = Saved(patient, "ADI");
-  ASSERT_EQ(adi.size(), 1u);
-  EXPECT_EQ(adi[0], json::array({Text(""), Text(""), Text(""), Text(""), I16(0), Text(id_of(patient, 1)),
-                                 Text("Ipertensione essenziale"), Text("03/02/2020"), Text("nota"), Text("nota")}));
-  auto adp = Saved(patient, "ADP");
-  ASSERT_EQ(adp.size(), 1u);
-  EXPECT_EQ(adp[0][5], Text(""));
-  auto ppip = Saved(patient, "PPIP");
-  ASSERT_EQ(ppip.size(), 2u);
-  EXPECT_EQ(ppip[0], json::array({Text(""), Text("05/02/2020"), Text(id_of(patient, 0)), Text("Lombalgia"),
-                                  Text("visita domiciliare"), Text(""), Text(""), I16(1), Text(""), Text(""), Text(""),
-                                  Text("nota"), Text("nota")}));
-  EXPECT_EQ(ppip[1][1], Text(""));
-  EXPECT_EQ(ppip[1][2], Text(""));
-  EXPECT_EQ(ppip[1][4], Text(""));
+  EXPECT_EQ(Saved(patient, "VisiteAmbDom"), (Records{json::array({Text(""), Text("02/02/2020"), Text(id_of(0)),
+                                                                   Text("Lombalgia"), Text("nota"), Text("nota"),
+                                                                   Text(""), I16(1)})}));
+  auto home = [](const char* id, const char* diagnosis, const char* data) {
+    return json::array({Text(""), Text(""), Text(""), Text(""), I16(0), Text(id), Text(diagnosis), Text(data),
+                        Text("nota"), Text("nota")});
+  };
+  EXPECT_EQ(Saved(patient, "ADI"), (Records{home(id_of(1).c_str(), "Ipertensione essenziale", "03/02/2020")}));
+  EXPECT_EQ(Saved(patient, "ADP"), (Records{home("", "lombalgia", "04/02/2020")}));
+  auto ppip = [](const char* data, const std::string& id, const char* diagnosis, const char* text) {
+    return json::array({Text(""), Text(data), Text(id), Text(diagnosis), Text(text), Text(""), Text(""), I16(1),
+                        Text(""), Text(""), Text(""), Text("nota"), Text("nota")});
+  };
+  EXPECT_EQ(Saved(patient, "PPIP"),
+            (Records{ppip("05/02/2020", id_of(0), "Lombalgia", "visita domiciliare"), ppip("", "", "", "")}));
 }
 
+// The key is the code, and the ICD code after a period when there is one.
 TEST_F(ClinicalTest, Exemptions) {
-  auto saved = SavedBy("Esen", "Esenzioni");
-  ASSERT_EQ(saved.size(), 3u);
-  EXPECT_EQ(saved[0], json::array({Text(""), Text("E-013.250"), Text("01/03/2015"), Text("Diabete mellito"),
-                                   Bool(false), Text("F1,F2"), Text("E1"), Bool(false), Bool(false), Bool(false),
-                                   Bool(false), Text(""), Text("01/03/2025"), Text(""), I16(1), Text("")}));
-  EXPECT_EQ(saved[1][2], Text("01/01/2012"));
-  EXPECT_EQ(saved[1][12], Text(""));
-  EXPECT_EQ(saved[2][1], Text("E-X"));
+  auto exemption = [](const char* id, const char* data, const char* text, const char* drugs, const char* exams,
+                      const char* expiry) {
+    return json::array({Text(""), Text(id), Text(data), Text(text), Bool(false), Text(drugs), Text(exams),
+                        Bool(false), Bool(false), Bool(false), Bool(false), Text(""), Text(expiry), Text(""), I16(1),
+                        Text("")});
+  };
+  EXPECT_EQ(SavedBy("Esen", "Esenzioni"),
+            (Records{exemption("E-013.250", "01/03/2015", "Diabete mellito", "F1,F2", "E1", "01/03/2025"),
+                     exemption("E-048", "01/01/2012", "Invalidità", "", "", ""),
+                     exemption("E-X", "01/03/2015", "Chiave senza codice", "", "", "")}));
   std::vector<std::string> keys;
   for (const json& call : run_->Calls("Esenzioni", "CaricaCodice")) keys.push_back(call["args"][0]["value"]);
   EXPECT_THAT(keys, ::testing::ElementsAre("013.250", "048", "048.   ", ".X", "777"));
@@ -365,124 +341,32 @@ TEST(ClinicalOrder, ServicesBeforeDiagnosesFindNoProblem) {
   EXPECT_EQ(fixture::Convert(dir / "GX_USER.FDB", before).ArgsOf("PPIP", "Salva")[0][2], Text(""));
 }
 
-// Every converter's failure tail: the host fails its first Salva; the patient
-// gets "ERR" with the converter's own suffix and the next patient converts.
-TEST(ClinicalFailures, EachConverterHasItsOwnTail) {
-  fixture::TempDir dir;
-  {
-    auto archive = sample::Archive::Create(dir.path().string());
-    for (const char* cod : {"F1", "F2"}) {
-      archive->Insert("PAZIENTI", fixture::Patient(cod, cod));
-      archive->Insert("REAZIONI", {{"CodCart", cod}, {"Testo", "x"}});
-      archive->Insert("MESSAGES", {{"CodCart", cod}, {"MESG", "x"}});
-      archive->Insert("BIOMETRIC", {{"CodCart", cod}, {"Peso", 70.0}, {"Statura", 170.0}, {"BMI", 24.2},
-                                    {"PADIST", 80.0}, {"PASIST", 120.0}});
-      archive->Insert("VISITE", {{"CodCart", cod}, {"Titolo", "Tosse - (786.2)"}});
-      archive->Insert("ESENZIONI", {{"CodCart", cod}, {"Codice", "048"}});
-      archive->Insert("PRESTAZIONI", {{"CodCart", cod}, {"Prestazione", "x"}});
-      archive->Insert("VACCINI", {{"CodCart", cod}, {"Testo", "x"}});
-      archive->Insert("VISNOTE", {{"CodCart", cod}, {"Testo", "x"}});
-    }
-    archive->Close();
-  }
-  const std::vector<std::tuple<std::string, std::string, std::string>> cases = {
-      {"allergie", "Allergie.Salva@1", " - Allergie"},
-      {"appunti", "Appunti.Salva@1", " - Appunti"},
-      {"bmi", "BMI.Salva@1", " - BMI"},
-      {"diagnosi", "Problemi.Salva@1", " - Diagnosi"},
-      {"diagnosi", "Carica@1", " - Diagnosi"},
-      {"esenzioni", "CaricaCodice@1", " - Esenzioni"},
-      {"eventi", "Eventi.Salva@1", " - Eventi"},
-      {"pressione arteriosa", "Pressione.Salva@1", " - Pressione Arteriosa"},
-      {"prestazioni", "PPIP.Salva@1", " - Prestazioni"},
-      {"vaccinazioni", "Vaccinazioni.Salva@1", " - Vaccinazioni"},
-      {"visite ambulatoriali", "VisiteAmbDom.Salva@1", " - Visite Ambulatoriali"},
-  };
-  for (const auto& [category, fail, suffix] : cases) {
-    refhost::ConvertOptions options;
-    options.options.emplace(category + ";appunti");
-    options.fail = {fail};
-    fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
-    EXPECT_TRUE(run.outcome.result) << category;
-    EXPECT_THAT(run.Messages(), ::testing::ElementsAreArray(std::vector<std::string>{
-                                    "AddMsg: Apertura database di origine", "ChangeMsg: OK",
-                                    "AddMsg: Inizio conversione pazienti", "ChangeMsg: OK",
-                                    "AddMsg: Inizializzazione archivio...", "ChangeMsg: OK", "AddMsg: F1 MARIO...",
-                                    "ChangeMsg: ERR", "AddInfo: F1 MARIO" + suffix + " Errore 1001 Errore simulato dall'host",
-                                    "AddMsg: F2 MARIO...", "ChangeMsg: OK"}))
-        << category;
-    // The later category ran for the second patient only.
-    EXPECT_TRUE(run.ArgsOf("Paziente#1.Appunti", "Salva").empty()) << category;
-    EXPECT_EQ(run.ArgsOf("Paziente#2.Appunti", "Salva").size(), category == "appunti" ? 2u : 1u) << category;
-  }
-}
-
-// A column that the table lacks fails at the first row that reads it.
-TEST(ClinicalFailures, MissingColumn) {
+// A column that the table lacks fails at the first row that reads it; a
+// table the source lacks fails its category for every patient, with the
+// database's own message. The run goes on to its end.
+TEST(ClinicalFailures, MissingColumnAndTable) {
   fixture::TempDir dir;
   {
     std::vector<sample::Table> schema = sample::DefaultSchema();
     sample::DropColumn(schema, "BIOMETRIC", "Note");
+    sample::DropTable(schema, "VACCINI");
     auto archive = sample::Archive::Create(dir.path().string(), schema);
     archive->Insert("PAZIENTI", fixture::Patient("M1", "Manca"));
     archive->Insert("BIOMETRIC", {{"CodCart", "M1"}, {"PADIST", 80.0}, {"PASIST", 120.0}});
-    archive->Close();
-  }
-  refhost::ConvertOptions options;
-  options.options.emplace("pressione arteriosa");
-  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
-  EXPECT_THAT(run.Messages(), ::testing::Contains(::testing::StartsWith(
-                                  "AddInfo: MANCA MARIO - Pressione Arteriosa Errore 3265 ")));
-  EXPECT_TRUE(run.Calls("Pressione", "Salva").empty());
-}
-
-}  // namespace
-
-namespace {
-
-// A generated sample with all ten categories: only the three patients made
-// to fail do, each with its own line.
-TEST(SampleConversion, OnlyTheIntendedPatientsFail) {
-  fixture::TempDir dir;
-  sample::SampleOptions sample_options;
-  sample_options.patients = 60;
-  sample::GenerateSample(dir.path().string(), sample_options);
-  refhost::ConvertOptions options;
-  options.options.emplace(kAllTen);
-  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
-  EXPECT_TRUE(run.outcome.result);
-  std::vector<std::string> details;
-  for (const std::string& message : run.Messages())
-    if (message.rfind("AddInfo: ", 0) == 0) details.push_back(message);
-  ASSERT_EQ(details.size(), 3u);
-  EXPECT_THAT(details[0], ::testing::StartsWith("AddInfo: - Anagrafica Errore 335544569 "));
-  EXPECT_THAT(details[1], ::testing::EndsWith(": CodFisc, TesseraSSN o Data Nascita non validi (Almeno uno di questi "
-                                              "dati è necessario)"));
-  EXPECT_EQ(details[2], "AddInfo: GALLO TERESA - Diagnosi Errore 5 Chiamata di routine o argomento non validi");
-  EXPECT_EQ(run.outcome.patients_err, 3);
-  EXPECT_GT(run.outcome.records_per_store["Problemi"], 100);
-}
-
-// A table the source lacks fails its category for every patient, with the
-// database's own message, and the run goes on to its end.
-TEST(SampleConversion, MissingTable) {
-  fixture::TempDir dir;
-  {
-    std::vector<sample::Table> schema = sample::DefaultSchema();
-    sample::DropTable(schema, "VACCINI");
-    auto archive = sample::Archive::Create(dir.path().string(), schema);
-    archive->Insert("PAZIENTI", fixture::Patient("T1", "Tabella"));
     archive->Insert("PAZIENTI", fixture::Patient("T2", "Tavola"));
     archive->Insert("MESSAGES", {{"CodCart", "T2"}, {"MESG", "x"}});
     archive->Close();
   }
   refhost::ConvertOptions options;
-  options.options.emplace("vaccinazioni;appunti");
+  options.options.emplace("pressione arteriosa;vaccinazioni;appunti");
   fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
   EXPECT_TRUE(run.outcome.result);
   EXPECT_EQ(run.outcome.patients_err, 2);
   EXPECT_THAT(run.Messages(), ::testing::Contains(::testing::StartsWith(
+                                  "AddInfo: MANCA MARIO - Pressione Arteriosa Errore 3265 ")));
+  EXPECT_THAT(run.Messages(), ::testing::Contains(::testing::StartsWith(
                                   "AddInfo: TAVOLA MARIO - Vaccinazioni Errore 335544569 Dynamic SQL Error")));
+  EXPECT_TRUE(run.Calls("Pressione", "Salva").empty());
   EXPECT_TRUE(run.Calls("Appunti", "Salva").empty());
 }
 

@@ -5,7 +5,6 @@
 
 #include <dlfcn.h>
 
-#include <fstream>
 
 #include "host/failure.h"
 #include "source/clsAmbulor.h"
@@ -19,13 +18,27 @@ struct TestResult {
   bool result;
   std::string lista_medici;
   std::string last_error;
+  bool operator==(const TestResult&) const = default;
 };
+
+void PrintTo(const TestResult& r, std::ostream* out) {
+  *out << r.result << " '" << r.lista_medici << "' '" << r.last_error << "'";
+}
 
 TestResult RunTest(const host::ObjectRef& conversione, const std::string& conn) {
   Value lista = "stale";
   host::Args args{conn, host::Arg::Ref(lista)};
   Value result = conversione->Call("Test", args);
   return {host::TruthOf(result), host::TextOf(lista), host::TextOf(conversione->Get("LastError"))};
+}
+
+// A source in its own folder with the given doctors in STUDIO.
+std::string Source(const fixture::TempDir& dir, const std::string& name, const std::vector<sample::Row>& doctors,
+                   const std::vector<sample::Table>& schema = sample::DefaultSchema()) {
+  auto archive = sample::Archive::Create(dir / name, schema);
+  for (const sample::Row& doctor : doctors) archive->Insert("STUDIO", doctor);
+  archive->Close();
+  return dir / (name + "/GX_USER.FDB");
 }
 
 class PluginTest : public ::testing::Test {
@@ -74,43 +87,26 @@ TEST_F(PluginTest, FixedPropertiesAndUnloading) {
   EXPECT_EQ(plugin_.CanUnloadNow(), host::kOk);
 }
 
-TEST_F(PluginTest, TestOfMissingAndBrokenSources) {
+// The doctors of STUDIO, an empty list when it is empty or missing (sources
+// that open only in part are the opening test's). Only the first field of
+// the connection text is read; blanks come off each whole entry only, so
+// inner ones stay.
+TEST_F(PluginTest, TestListsTheDoctors) {
   fixture::TempDir dir;
+  std::vector<sample::Table> no_studio = sample::DefaultSchema();
+  sample::DropTable(no_studio, "STUDIO");
+  const std::vector<std::pair<std::string, TestResult>> cases = {
+      {Source(dir, "good", {{{"cognome", "Rossi"}, {"nome", "Anna"}}}) + ";x;y", {true, "Rossi Anna", ""}},
+      {Source(dir, "legacy", {{{"cognome", " Rossi "}, {"nome", "Mario "}},
+                              {{"cognome", "Bianchi"}, {"nome", Value::Null()}},
+                              {{"cognome", Value::Null()}, {"nome", Value::Null()}},
+                              {{"cognome", "Lucchetti"}, {"nome", "Nicol\xF2"}}}),
+       {true, "Rossi  Mario;Bianchi;;Lucchetti Nicolò", ""}},
+      {Source(dir, "empty", {}), {true, "", ""}},
+      {Source(dir, "no_studio", {}, no_studio), {true, "", ""}},
+  };
   host::ObjectRef conversione = plugin_.CreateConversione();
-
-  TestResult missing = RunTest(conversione, dir / "GX_USER.FDB");
-  EXPECT_FALSE(missing.result);
-  EXPECT_EQ(missing.lista_medici, "");
-  EXPECT_EQ(missing.last_error, "");
-
-  // A user database without its media database beside it: the file test
-  // passes, the list is empty, and the failure stays inside the worker.
-  {
-    auto archive = sample::Archive::Create(dir.path().string());
-    archive->Insert("STUDIO", {{"cognome", "Rossi"}, {"nome", "Anna"}});
-    archive->Close();
-  }
-  std::filesystem::remove(dir / "GX_MEDIA.FDB");
-  TestResult no_media = RunTest(conversione, dir / "GX_USER.FDB");
-  EXPECT_TRUE(no_media.result);
-  EXPECT_EQ(no_media.lista_medici, "");
-  EXPECT_EQ(no_media.last_error, "");
-
-  std::ofstream(dir / "GX_MEDIA.FDB") << "this is not a database";
-  TestResult corrupt = RunTest(conversione, dir / "GX_USER.FDB" + ";extra;fields");
-  EXPECT_TRUE(corrupt.result);
-  EXPECT_EQ(corrupt.lista_medici, "");
-
-  // Only the first field of the connection text is read.
-  fixture::TempDir good_dir;
-  {
-    auto archive = sample::Archive::Create(good_dir.path().string());
-    archive->Insert("STUDIO", {{"cognome", "Rossi"}, {"nome", "Anna"}});
-    archive->Close();
-  }
-  TestResult good = RunTest(conversione, good_dir / "GX_USER.FDB" + ";x;y");
-  EXPECT_TRUE(good.result);
-  EXPECT_EQ(good.lista_medici, "Rossi Anna");
+  for (const auto& [conn, expected] : cases) EXPECT_EQ(RunTest(conversione, conn), expected) << conn;
 
   // An empty connection text has no first field: the call itself fails.
   Value lista;
@@ -121,57 +117,6 @@ TEST_F(PluginTest, TestOfMissingAndBrokenSources) {
   } catch (const host::Failure& failure) {
     EXPECT_EQ(failure.number(), 9);
   }
-}
-
-TEST_F(PluginTest, ListaMediciNullsAndLegacyBytes) {
-  fixture::TempDir dir;
-  {
-    auto archive = sample::Archive::Create(dir.path().string());
-    archive->Insert("STUDIO", {{"cognome", " Rossi "}, {"nome", "Mario "}});
-    archive->Insert("STUDIO", {{"cognome", "Bianchi"}, {"nome", Value::Null()}});
-    archive->Insert("STUDIO", {{"cognome", Value::Null()}, {"nome", Value::Null()}});
-    archive->Insert("STUDIO", {{"cognome", "Lucchetti"}, {"nome", "Nicol\xF2"}});
-    archive->Close();
-  }
-  host::ObjectRef conversione = plugin_.CreateConversione();
-  TestResult result = RunTest(conversione, dir / "GX_USER.FDB");
-  EXPECT_TRUE(result.result);
-  // Blanks come off the whole entry only, so inner ones stay.
-  EXPECT_EQ(result.lista_medici, "Rossi  Mario;Bianchi;;Lucchetti Nicolò");
-  EXPECT_EQ(result.last_error, "");
-}
-
-TEST_F(PluginTest, EmptyOrMissingStudio) {
-  fixture::TempDir empty_dir, missing_dir;
-  sample::Archive::Create(empty_dir.path().string())->Close();
-  std::vector<sample::Table> schema = sample::DefaultSchema();
-  sample::DropTable(schema, "STUDIO");
-  sample::Archive::Create(missing_dir.path().string(), schema)->Close();
-
-  host::ObjectRef conversione = plugin_.CreateConversione();
-  TestResult empty = RunTest(conversione, empty_dir / "GX_USER.FDB");
-  EXPECT_TRUE(empty.result);
-  EXPECT_EQ(empty.lista_medici, "");
-  TestResult missing = RunTest(conversione, missing_dir / "GX_USER.FDB");
-  EXPECT_TRUE(missing.result);
-  EXPECT_EQ(missing.lista_medici, "");
-}
-
-// The worker keeps the database's own number and description of a source
-// that opens only in part; the connections opened before stay open.
-TEST(Worker, ListaMediciKeepsTheDatabaseFailure) {
-  fixture::TempDir dir;
-  sample::Archive::Create(dir.path().string())->Close();
-  std::ofstream(dir / "GX_DATA.FDB", std::ios::trunc) << "garbage";
-  cnv::clsAmbulor worker;
-  ASSERT_TRUE(worker.Init(dir / "GX_USER.FDB"));
-  EXPECT_EQ(worker.ListaMedici(), "");
-  EXPECT_THAT(worker.LastError(), ::testing::MatchesRegex("-?[0-9]+ - .+"));
-  EXPECT_THAT(worker.LastError(), ::testing::HasSubstr("GX_DATA.FDB"));
-
-  cnv::clsAmbulor never_opened;
-  EXPECT_FALSE(never_opened.Init(dir / "missing/GX_USER.FDB"));
-  EXPECT_EQ(never_opened.LastError(), "");
 }
 
 TEST(Worker, ErroreMsgForm) {

@@ -3,13 +3,8 @@
 // the grouping of rows by day, the failures, and the archive's links.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
-#include <fstream>
-
-#include "host/failure.h"
 #include "plugin/modConversione.h"
-#include "source/clsAmbulor.h"
 #include "support/fixture.h"
 #include "tools/kairon-convert/reference_host.h"
 
@@ -30,9 +25,10 @@ const Date kToday{2026, 11, 23};
 
 // A prescription as the trace shows it: the members set on its object, and
 // each item saved with it (store and members).
+using Items = std::vector<std::pair<std::string, Members>>;
 struct Prescription {
   Members header;
-  std::vector<std::pair<std::string, Members>> items;
+  Items items;
 };
 
 Members MembersSetOn(const std::vector<json>& trace, const std::string& obj) {
@@ -68,22 +64,17 @@ std::vector<Prescription> PrescriptionsOf(const fixture::Run& run, const std::st
 // address, town, sex or patient type).
 Members DoctorAndPatient(const std::string& cognome) {
   Members members;
-  for (const char* medico : {"MedicoCAP", "MedicoCitta", "MedicoCodiceFiscale", "MedicoCodiceRegionale",
-                             "MedicoCodiceRegioneASL", "MedicoCognome", "MedicoIndirizzo", "MedicoNome",
-                             "MedicoProvincia", "MedicoRegione", "MedicoTelefono", "NRE", "IUP"})
-    members.emplace_back(medico, Text(""));
-  members.insert(members.end(), {{"PazienteCAP", Text("")},
-                                 {"PazienteCitta", Text("")},
-                                 {"PazienteCodiceFiscale", Text("RSSMRA50C07H501X")},
-                                 {"PazienteCognome", Text(cognome)},
-                                 {"PazienteDataNascita", Text("07/03/1950")},
-                                 {"PazienteIndirizzo", Text("")},
-                                 {"PazienteLuogoNascita", Text("")},
-                                 {"PazienteNome", Text("MARIO")},
-                                 {"PazienteProvincia", Text("")},
-                                 {"PazienteSesso", Text("")},
-                                 {"PazienteTipo", Text("")},
-                                 {"Priorita", Text("")}});
+  for (const char* empty : {"MedicoCAP", "MedicoCitta", "MedicoCodiceFiscale", "MedicoCodiceRegionale",
+                            "MedicoCodiceRegioneASL", "MedicoCognome", "MedicoIndirizzo", "MedicoNome",
+                            "MedicoProvincia", "MedicoRegione", "MedicoTelefono", "NRE", "IUP", "PazienteCAP",
+                            "PazienteCitta", "PazienteCodiceFiscale", "PazienteCognome", "PazienteDataNascita",
+                            "PazienteIndirizzo", "PazienteLuogoNascita", "PazienteNome", "PazienteProvincia",
+                            "PazienteSesso", "PazienteTipo", "Priorita"})
+    members.emplace_back(empty, Text(""));
+  members[15].second = Text("RSSMRA50C07H501X");
+  members[16].second = Text(cognome);
+  members[17].second = Text("07/03/1950");
+  members[20].second = Text("MARIO");
   return members;
 }
 
@@ -93,58 +84,31 @@ Members Join(Members first, const Members& middle, const Members& last) {
   return first;
 }
 
-Members FreeHeader(const std::string& cognome, const std::string& data, const std::string& diagnosi,
-                   const std::string& esenzione) {
-  return Join({{"Data", Text(data)},
-               {"IDDiagnosi", Text("")},
-               {"Diagnosi", Text(diagnosi)},
-               {"CodiceEsenzione", Text(esenzione)},
-               {"IDEsenzione", Text("")},
-               {"DescrizioneEsenzione", Text("")}},
-              DoctorAndPatient(cognome), {{"Tipo", I16(4)}, {"TipoStampa", I16(2)}});
+// The header of a free (4), laboratory (2) or visit (3) prescription.
+Members Header(int tipo, const std::string& cognome, const std::string& data, const std::string& diagnosi,
+               const std::string& esenzione) {
+  return Join({{"Data", Text(data)}, {"IDDiagnosi", Text("")}, {"Diagnosi", Text(diagnosi)},
+               {"CodiceEsenzione", Text(esenzione)}, {"IDEsenzione", Text("")}, {"DescrizioneEsenzione", Text("")}},
+              DoctorAndPatient(cognome), {{"Tipo", I16(tipo)}, {"TipoStampa", I16(2)}});
 }
 
 Members FreeItem(const std::string& descrizione, int qt, const std::string& esenzione) {
-  return {{"Tipo", I16(4)},
-          {"IDDiagnosi", Text("")},
-          {"Descrizione", Text(descrizione)},
-          {"Qt", I32(qt)},
+  return {{"Tipo", I16(4)}, {"IDDiagnosi", Text("")}, {"Descrizione", Text(descrizione)}, {"Qt", I32(qt)},
           {"CodiceEsenzione", Text(esenzione)}};
 }
 
 Members DrugHeader(const std::string& cognome, const std::string& data, const std::string& esenzione,
                    int tipo_stampa) {
-  return Join({{"Data", Text(data)},
-               {"IDDiagnosi", Text("")},
-               {"CodiceEsenzione", Text(esenzione)},
-               {"IDEsenzione", Text("")},
-               {"DescrizioneEsenzione", Text("")},
-               {"ICD9", Text("")}},
+  return Join({{"Data", Text(data)}, {"IDDiagnosi", Text("")}, {"CodiceEsenzione", Text(esenzione)},
+               {"IDEsenzione", Text("")}, {"DescrizioneEsenzione", Text("")}, {"ICD9", Text("")}},
               DoctorAndPatient(cognome),
-              {{"Tipo", I16(1)},
-               {"TipoStampa", I16(tipo_stampa)},
-               {"TipoRicetta", Text("")},
-               {"StampaDiagnosi", Bool(false)},
-               {"QtTotale", I16(1)}});
-}
-
-Members LabHeader(const std::string& cognome, const std::string& data, const std::string& esenzione) {
-  return Join({{"Data", Text(data)},
-               {"IDDiagnosi", Text("")},
-               {"Diagnosi", Text("")},
-               {"CodiceEsenzione", Text(esenzione)},
-               {"IDEsenzione", Text("")},
-               {"DescrizioneEsenzione", Text("")}},
-              DoctorAndPatient(cognome), {{"Tipo", I16(2)}, {"TipoStampa", I16(2)}});
+              {{"Tipo", I16(1)}, {"TipoStampa", I16(tipo_stampa)}, {"TipoRicetta", Text("")},
+               {"StampaDiagnosi", Bool(false)}, {"QtTotale", I16(1)}});
 }
 
 Members LabItem(const std::string& descrizione, const std::string& esenzione, const std::string& dmr) {
-  return {{"Tipo", I16(2)},
-          {"IDDiagnosi", Text("")},
-          {"Descrizione", Text(descrizione)},
-          {"Qt", I16(1)},
-          {"CodiceEsenzione", Text(esenzione)},
-          {"CodiceDMR", Text(dmr)}};
+  return {{"Tipo", I16(2)}, {"IDDiagnosi", Text("")}, {"Descrizione", Text(descrizione)}, {"Qt", I16(1)},
+          {"CodiceEsenzione", Text(esenzione)}, {"CodiceDMR", Text(dmr)}};
 }
 
 // Quantities and pack counts as text, as many archives keep them; lab dates
@@ -170,22 +134,18 @@ class PrescriptionsTest : public ::testing::Test {
     for (const char* name : {"Esami", "Farmaci", "FarmaciNull", "Libere", "LibereNull", "LibereOverflow", "Oggi"})
       archive->Insert("PAZIENTI", fixture::Patient(name, name));
 
+    const Value null = Value::Null();
     archive->Insert("RICETTE", {{"CodCart", "Libere"}, {"DATAEMI", Date{2024, 2, 1}}, {"Indic1", "Diabete"},
-                                {"CodEsenz", " 013 "},
-                                {"Row_1", "  strisce Reattive "}, {"Qta_1", "2.5"},
-                                {"Row_2", "."}, {"Qta_2", "0"},
-                                {"Row_3", "   "}, {"Qta_3", Value::Null()},
-                                {"Row_4", Value::Null()}, {"Qta_4", Value::Null()},
-                                {"Row_5", "lancette"}, {"Qta_5", "3.5"},
-                                {"Row_6", "cotone"}, {"Qta_6", "0.4"},
-                                {"Row_7", "garze"}, {"Qta_7", " -2.5"},
-                                {"Row_8", "aghi"}, {"Qta_8", "n.d."}});
-    archive->Insert("RICETTE", {{"CodCart", "Libere"}, {"Row_1", "."}, {"Qta_1", Value::Null()}});
+                                {"CodEsenz", " 013 "}, {"Row_1", "  strisce Reattive "}, {"Qta_1", "2.5"},
+                                {"Row_2", "."}, {"Qta_2", "0"}, {"Row_3", "   "}, {"Qta_3", null}, {"Row_4", null},
+                                {"Qta_4", null}, {"Row_5", "lancette"}, {"Qta_5", "3.5"}, {"Row_6", "cotone"},
+                                {"Qta_6", "0.4"}, {"Row_7", "garze"}, {"Qta_7", " -2.5"}, {"Row_8", "aghi"},
+                                {"Qta_8", "n.d."}});
+    archive->Insert("RICETTE", {{"CodCart", "Libere"}, {"Row_1", "."}, {"Qta_1", null}});
     archive->Insert("RICETTE", {{"CodCart", "Libere"}, {"Row_1", "siringhe"}, {"Qta_1", "1 e 1/2"},
                                 {"Row_2", "flaconi"}, {"Qta_2", "2 e 3"}});
-    archive->Insert("RICETTE", {{"CodCart", "LibereNull"}, {"DATAEMI", Date{2023, 5, 6}},
-                                {"Row_1", "prima"}, {"Qta_1", "1"},
-                                {"Row_2", "senza quantità"}, {"Qta_2", Value::Null()},
+    archive->Insert("RICETTE", {{"CodCart", "LibereNull"}, {"DATAEMI", Date{2023, 5, 6}}, {"Row_1", "prima"},
+                                {"Qta_1", "1"}, {"Row_2", "senza quantità"}, {"Qta_2", null},
                                 {"Row_3", "mai salvata"}, {"Qta_3", "1"}});
     archive->Insert("RICETTE", {{"CodCart", "LibereNull"}, {"Row_1", "mai letta"}, {"Qta_1", "1"}});
     archive->Insert("RICETTE", {{"CodCart", "LibereOverflow"}, {"Row_1", "troppe"}, {"Qta_1", "30000000000"}});
@@ -197,7 +157,6 @@ class PrescriptionsTest : public ::testing::Test {
                                   {"NOTA", "13"}, {"Indicaz", "1 cpr/die"}, {"CodATC", "C08CA01"},
                                   {"Importo", importo}});
     };
-    const Value null = Value::Null();
     terapia("Farmaci", null, "", "A", "", "1", null, null);
     terapia("Farmaci", At(2024, 3, 5, 9, 10), " Norvasc 5mg ", "a", "027426016", "2 conf", 9.9, "031");
     terapia("Farmaci", At(2024, 3, 5, 9, 12), "   ", "A", "", "1", null, "999");
@@ -246,11 +205,9 @@ class PrescriptionsTest : public ::testing::Test {
     return {};
   }
 
-  static fixture::TempDir* dir_;
-  static fixture::Run* run_;
+  static inline fixture::TempDir* dir_ = nullptr;
+  static inline fixture::Run* run_ = nullptr;
 };
-fixture::TempDir* PrescriptionsTest::dir_;
-fixture::Run* PrescriptionsTest::run_;
 
 TEST_F(PrescriptionsTest, OnlyThePlantedRowsFail) {
   EXPECT_TRUE(run_->outcome.result);
@@ -269,22 +226,18 @@ TEST_F(PrescriptionsTest, FreePrescriptionsLineByLine) {
   // The header's exemption code is trimmed, the items' is not; line 1 of "."
   // and lines of blanks are no lines; 0 and no number give 1, 0.4 gives 0,
   // and halves go to the even neighbour.
-  EXPECT_EQ(saved[0].header, FreeHeader("LIBERE", "01/02/2024", "Diabete", "013"));
-  std::vector<std::pair<std::string, Members>> expected = {
-      {"PrescrizioneLibera", FreeItem("STRISCE REATTIVE", 2, " 013 ")},
-      {"PrescrizioneLibera", FreeItem(".", 1, " 013 ")},
-      {"PrescrizioneLibera", FreeItem("LANCETTE", 4, " 013 ")},
-      {"PrescrizioneLibera", FreeItem("COTONE", 0, " 013 ")},
-      {"PrescrizioneLibera", FreeItem("GARZE", -2, " 013 ")},
-      {"PrescrizioneLibera", FreeItem("AGHI", 1, " 013 ")}};
+  EXPECT_EQ(saved[0].header, Header(4, "LIBERE", "01/02/2024", "Diabete", "013"));
+  Items expected;
+  for (const auto& [text, qt] : std::vector<std::pair<std::string, int>>{
+           {"STRISCE REATTIVE", 2}, {".", 1}, {"LANCETTE", 4}, {"COTONE", 0}, {"GARZE", -2}, {"AGHI", 1}})
+    expected.emplace_back("PrescrizioneLibera", FreeItem(text, qt, " 013 "));
   EXPECT_EQ(saved[0].items, expected);
   // A row without date or lines still gives its header.
-  EXPECT_EQ(saved[1].header, FreeHeader("LIBERE", "01/01/2012", "", ""));
+  EXPECT_EQ(saved[1].header, Header(4, "LIBERE", "01/01/2012", "", ""));
   EXPECT_TRUE(saved[1].items.empty());
   // "One and a half" is one: an "e" between numbers is no exponent.
-  EXPECT_EQ(saved[2].items, (std::vector<std::pair<std::string, Members>>{
-                                {"PrescrizioneLibera", FreeItem("SIRINGHE", 1, "")},
-                                {"PrescrizioneLibera", FreeItem("FLACONI", 2, "")}}));
+  EXPECT_EQ(saved[2].items, (Items{{"PrescrizioneLibera", FreeItem("SIRINGHE", 1, "")},
+                                    {"PrescrizioneLibera", FreeItem("FLACONI", 2, "")}}));
 }
 
 TEST_F(PrescriptionsTest, AFailingLineKeepsWhatWasSavedBeforeIt) {
@@ -305,24 +258,13 @@ TEST_F(PrescriptionsTest, DrugsGroupedByDay) {
   EXPECT_EQ(saved[0].header, DrugHeader("FARMACI", "05/03/2024", "031", 2));
   ASSERT_EQ(saved[0].items.size(), 2u);
   EXPECT_EQ(saved[0].items[0].first, "PrescrizioneFarmaci");
-  EXPECT_EQ(saved[0].items[0].second, (Members{{"Tipo", I16(1)},
-                                               {"TipoFarmaco", Text("")},
-                                               {"IDRif", Text("027426016")},
-                                               {"TipoFarmaco", Text("ETICO")},
-                                               {"Descrizione", Text(" NORVASC 5MG ")},
-                                               {"IDDiagnosi", Text("")},
-                                               {"Diagnosi", Text("")},
-                                               {"Qt", F64(2)},
-                                               {"Classe", Text("")},
-                                               {"NotaAifa", Text("13")},
-                                               {"Posologia", Text("1 cpr/die")},
-                                               {"CodiceEsenzione", Text("031")},
-                                               {"CodiceATC", Text("C08CA01")},
-                                               {"PREZZO", Text("9.9")},
-                                               {"StampaDiagnosi", Bool(false)},
-                                               {"NonSostituibile", Bool(false)},
-                                               {"Ripetibile", Bool(false)},
-                                               {"CodiceBranca", Text("")}}));
+  EXPECT_EQ(saved[0].items[0].second,
+            (Members{{"Tipo", I16(1)}, {"TipoFarmaco", Text("")}, {"IDRif", Text("027426016")},
+                     {"TipoFarmaco", Text("ETICO")}, {"Descrizione", Text(" NORVASC 5MG ")}, {"IDDiagnosi", Text("")},
+                     {"Diagnosi", Text("")}, {"Qt", F64(2)}, {"Classe", Text("")}, {"NotaAifa", Text("13")},
+                     {"Posologia", Text("1 cpr/die")}, {"CodiceEsenzione", Text("031")},
+                     {"CodiceATC", Text("C08CA01")}, {"PREZZO", Text("9.9")}, {"StampaDiagnosi", Bool(false)},
+                     {"NonSostituibile", Bool(false)}, {"Ripetibile", Bool(false)}, {"CodiceBranca", Text("")}}));
   // An unknown drug, a Null pack count, a zero price.
   const Members& unknown = saved[0].items[1].second;
   EXPECT_EQ(unknown[3], (std::pair<std::string, json>("TipoFarmaco", Text(""))));
@@ -350,16 +292,16 @@ TEST_F(PrescriptionsTest, LaboratoryRequestsGroupedByDay) {
   auto saved = Of("Esami");
   ASSERT_EQ(saved.size(), 3u);
   // Other kinds of exam and undated rows stay out; times of day don't split a day.
-  EXPECT_EQ(saved[0].header, LabHeader("ESAMI", "20/01/2024", "013"));
-  std::vector<std::pair<std::string, Members>> first_day = {
+  EXPECT_EQ(saved[0].header, Header(2, "ESAMI", "20/01/2024", "", "013"));
+  Items first_day = {
       {"PrescrizioneEsami", LabItem("GLICEMIA", "013", "90.27.1")},
       {"PrescrizioneEsami", LabItem("URINOCOLTURA DELL''OSPITE", "048", "")}};
   EXPECT_EQ(saved[0].items, first_day);
-  EXPECT_EQ(saved[1].header, LabHeader("ESAMI", "01/02/2024", ""));
+  EXPECT_EQ(saved[1].header, Header(2, "ESAMI", "01/02/2024", "", ""));
   ASSERT_EQ(saved[1].items.size(), 1u);
   EXPECT_EQ(saved[1].items[0].second, LabItem("", "", ""));
   // Today opens a prescription once another day came before it.
-  EXPECT_EQ(saved[2].header, LabHeader("ESAMI", "23/11/2026", ""));
+  EXPECT_EQ(saved[2].header, Header(2, "ESAMI", "23/11/2026", "", ""));
   EXPECT_EQ(saved[2].items.size(), 1u);
 }
 
@@ -377,23 +319,12 @@ TEST_F(PrescriptionsTest, TheArchiveLinksItemsToTheirPrescriptionAndCountsThem) 
   EXPECT_EQ(run_->outcome.records_per_store["PrescrizioneFarmaci"], 5);
   EXPECT_EQ(run_->outcome.records_per_store["PrescrizioneEsami"], 4);
 
-  sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open_v2(run_->archive.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
-  sqlite3_stmt* stmt = nullptr;
-  ASSERT_EQ(sqlite3_prepare_v2(db,
-                               "SELECT json_extract(p.members, '$.Data.value'), i.store, "
-                               "json_extract(i.members, '$.Descrizione.value') FROM prescription_items i "
-                               "JOIN prescriptions p ON p.id = i.prescription_id ORDER BY i.id",
-                               -1, &stmt, nullptr),
-            SQLITE_OK);
   std::vector<std::string> rows;
-  while (sqlite3_step(stmt) == SQLITE_ROW) {
-    std::string row;
-    for (int i = 0; i < 3; ++i) row += std::string(reinterpret_cast<const char*>(sqlite3_column_text(stmt, i))) + "|";
-    rows.push_back(row);
-  }
-  sqlite3_finalize(stmt);
-  sqlite3_close(db);
+  for (const auto& row : fixture::ArchiveRows(run_->archive,
+                                              "SELECT json_extract(p.members, '$.Data.value'), i.store, "
+                                              "json_extract(i.members, '$.Descrizione.value') FROM prescription_items i "
+                                              "JOIN prescriptions p ON p.id = i.prescription_id ORDER BY i.id"))
+    rows.push_back(row[0] + "|" + row[1] + "|" + row[2] + "|");
   EXPECT_EQ(rows.size(), 18u);
   EXPECT_THAT(rows, ::testing::IsSupersetOf({"20/01/2024|PrescrizioneEsami|URINOCOLTURA DELL''OSPITE|",
                                              "01/02/2024|PrescrizioneEsami||",
@@ -402,132 +333,35 @@ TEST_F(PrescriptionsTest, TheArchiveLinksItemsToTheirPrescriptionAndCountsThem) 
                                              "06/05/2023|PrescrizioneLibera|PRIMA|"}));
 }
 
-// Each converter's tail, reached by a host that fails the second item: the
-// first item stays with its header, the patient gets "ERR" with the
-// converter's own suffix, and the next patient converts.
-TEST(PrescriptionFailures, EachConverterHasItsOwnTail) {
-  cnv::SetTodayForTesting(kToday);
-  fixture::TempDir dir;
-  {
-    auto archive = sample::Archive::Create(dir.path().string());
-    for (const char* cod : {"F1", "F2"}) {
-      archive->Insert("PAZIENTI", fixture::Patient(cod, cod));
-      archive->Insert("RICETTE", {{"CodCart", cod}, {"Row_1", "a"}, {"Qta_1", "1"}, {"Row_2", "b"}, {"Qta_2", "1"}});
-      for (const char* testo : {"a", "b"}) {
-        archive->Insert("TERAPIE", {{"CodCart", cod}, {"Data", Date{2020, 1, 1}}, {"Testo", testo}});
-        archive->Insert("ESAMI", {{"CodCart", cod}, {"tipo", Value::I32(1)}, {"Data", Date{2020, 1, 1}},
-                                  {"Testo", testo}});
-      }
-    }
-    archive->Close();
-  }
-  const std::vector<std::tuple<std::string, std::string, std::string>> cases = {
-      {"prescrizioni libere", "PrescrizioneLibera.Salva@2", " - Prescrizioni Libere"},
-      {"prescrizioni farmaceutiche", "PrescrizioneFarmaci.Salva@2", " - Prescrizioni Farmaceutiche"},
-      {"prescrizioni esami laboratorio", "PrescrizioneEsami.Salva@2", " - Prescrizioni Esami Laboratorio"},
-  };
-  for (const auto& [category, fail, suffix] : cases) {
-    refhost::ConvertOptions options;
-    options.options.emplace(category);
-    options.fail = {fail};
-    fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
-    EXPECT_TRUE(run.outcome.result) << category;
-    EXPECT_EQ(run.outcome.patients_err, 1) << category;
-    EXPECT_THAT(run.Messages(), ::testing::Contains("AddInfo: F1 MARIO" + suffix +
-                                                    " Errore 1001 Errore simulato dall'host"))
-        << category;
-    auto first = PrescriptionsOf(run, "Paziente#1");
-    ASSERT_EQ(first.size(), 1u) << category;
-    EXPECT_EQ(first[0].items.size(), 1u) << category;
-    auto second = PrescriptionsOf(run, "Paziente#2");
-    ASSERT_EQ(second.size(), 1u) << category;
-    EXPECT_EQ(second[0].items.size(), 2u) << category;
-  }
-  cnv::SetTodayForTesting(Date{});
-}
-
-// The visit routine has no category of its own: it is driven here through
-// the worker, by a Conversione whose Converti opens the source and converts
-// a list of ESAMI records for one patient.
-class VisitConversione : public host::Object {
- public:
-  VisitConversione(std::string user_path, std::vector<int32_t> records)
-      : user_path_(std::move(user_path)), records_(std::move(records)) {}
-
-  host::Value Get(std::string_view member) override {
-    if (host::SameName(member, "LastError")) return worker_.LastError();
-    if (host::SameName(member, "ListaOpzioni")) return "";
-    host::failures::Raise(host::failures::kMemberNotSupported);
-  }
-  void Set(std::string_view, const host::Value&) override {
-    host::failures::Raise(host::failures::kMemberNotSupported);
-  }
-  host::Value Call(std::string_view member, host::Args& args) override {
-    if (host::SameName(member, "Test")) {
-      worker_.Init(user_path_);
-      args[1].value() = worker_.ListaMedici();
-      return host::Value::Bool(true);
-    }
-    cnv::InterfaceCorrente() = args[2].value();
-    host::Value paziente = host::Call(cnv::InterfaceCorrente(), "DaiPaziente",
-                                      {"Visite", "Mario", "RSSMRA50C07H501X", "07/03/1950", ""});
-    host::Set(paziente, "cognome", "VISITE");
-    host::Set(paziente, "nome", "MARIO");
-    host::Set(paziente, "CodiceFiscale", "RSSMRA50C07H501X");
-    host::Call(cnv::InterfaceCorrente(), "ImportaAnagrafica", {paziente});
-    for (int32_t record : records_) worker_.ConvertiRicettaVisita(paziente, record);
-    cnv::InterfaceCorrente() = host::Value();
-    return host::Value::Bool(true);
-  }
-
- private:
-  cnv::clsAmbulor worker_;
-  std::string user_path_;
-  std::vector<int32_t> records_;
-};
-
+// A visit report (an exam of Tipo 2 or 3) first gives the prescription of
+// the ESAMI row whose RECORD is the report's own Record: one header and one
+// item for each dated row found, however often it is found.
 TEST(VisitPrescriptions, OneRecordOneHeaderOneItem) {
   fixture::TempDir dir;
   {
-    auto archive = sample::Archive::Create(dir / "src");
+    auto archive = sample::Archive::Create(dir.path().string());
+    archive->Insert("PAZIENTI", fixture::Patient("V1", "Visite"));
     archive->Insert("ESAMI", {{"RECORD", Value::I32(501)}, {"CodCart", "V1"}, {"tipo", Value::I32(2)},
-                              {"Data", Date{2024, 2, 10}}, {"Testo", "visita diabetologica"},
-                              {"Esenzione", "013"}, {"Indicaz", "Diabete mellito"}, {"CodRif", "89.7"}});
+                              {"Data", Date{2024, 2, 10}}, {"Testo", "visita diabetologica"}, {"Esenzione", "013"},
+                              {"Indicaz", "Diabete mellito"}, {"CodRif", "89.7"}, {"CODESAME", "E501"}});
     archive->Insert("ESAMI", {{"RECORD", Value::I32(502)}, {"CodCart", "V1"}, {"Testo", "senza data"}});
     archive->Insert("ESAMI", {{"RECORD", Value::I32(503)}, {"CodCart", "V1"}, {"tipo", Value::I32(3)},
                               {"Data", Date{2024, 3, 1}}, {"Testo", "ecografia"}});
+    for (int record : {501, 502, 999, 503, 501})
+      archive->Insert("REFERTI", {{"Record", Value::I32(record)}, {"CodCart", "V1"}, {"CODESAME", "E501"}});
     archive->Close();
   }
   refhost::ConvertOptions options;
-  options.conn = dir / "src/GX_USER.FDB";
-  options.archive = dir / "kairon.sqlite";
-  options.trace = dir / "trace.jsonl";
-  options.data_dir = KAIRON_DATA_DIR;
-  options.tempdir = dir / "tmp";
-  std::filesystem::create_directories(options.tempdir);
-  options.options.emplace("");
-  fixture::Run run;
-  run.outcome = refhost::Convert(
-      std::make_shared<VisitConversione>(options.conn, std::vector<int32_t>{501, 502, 999, 503, 501}), options);
-  std::ifstream trace(options.trace);
-  for (std::string line; std::getline(trace, line);) run.trace.push_back(json::parse(line));
-
+  options.options.emplace("referti");
+  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
   ASSERT_TRUE(run.outcome.result);
   auto saved = PrescriptionsOf(run, "Paziente#1");
   ASSERT_EQ(saved.size(), 3u);
-  EXPECT_EQ(saved[0].header, Join({{"Data", Text("10/02/2024")},
-                                   {"IDDiagnosi", Text("")},
-                                   {"Diagnosi", Text("Diabete mellito")},
-                                   {"CodiceEsenzione", Text("013")},
-                                   {"IDEsenzione", Text("")},
-                                   {"DescrizioneEsenzione", Text("")}},
-                                  DoctorAndPatient("VISITE"), {{"Tipo", I16(3)}, {"TipoStampa", I16(2)}}));
-  std::vector<std::pair<std::string, Members>> item = {{"PrescrizioneVisite",
-                                                        {{"IDDiagnosi", Text("")},
-                                                         {"Diagnosi", Text("Diabete mellito")},
-                                                         {"Descrizione", Text("VISITA DIABETOLOGICA")},
-                                                         {"Qt", I16(1)},
-                                                         {"CodiceEsenzione", Text("013")}}}};
+  EXPECT_EQ(saved[0].header, Header(3, "VISITE", "10/02/2024", "Diabete mellito", "013"));
+  Items item = {
+      {"PrescrizioneVisite", {{"IDDiagnosi", Text("")}, {"Diagnosi", Text("Diabete mellito")},
+                              {"Descrizione", Text("VISITA DIABETOLOGICA")}, {"Qt", I16(1)},
+                              {"CodiceEsenzione", Text("013")}}}};
   EXPECT_EQ(saved[0].items, item);
   // A Null indication gives an empty diagnosis on both; the same record twice
   // gives two prescriptions.
@@ -536,31 +370,6 @@ TEST(VisitPrescriptions, OneRecordOneHeaderOneItem) {
   EXPECT_EQ(saved[1].items[0].second[2], (std::pair<std::string, json>("Descrizione", Text("ECOGRAFIA"))));
   EXPECT_EQ(saved[2].header, saved[0].header);
   EXPECT_EQ(saved[2].items, saved[0].items);
-}
-
-// A generated sample with every category that converts so far: only the
-// patients made to fail do, each with its own line.
-TEST(PrescriptionsSample, OnlyThePlantedPatientsFail) {
-  fixture::TempDir dir;
-  sample::SampleOptions sample_options;
-  sample_options.patients = 60;
-  sample::GenerateSample(dir.path().string(), sample_options);
-  refhost::ConvertOptions options;
-  options.options = "diagnosi;prescrizioni esami laboratorio;prescrizioni farmaceutiche;prescrizioni libere";
-  fixture::Run run = fixture::Convert(dir / "GX_USER.FDB", options);
-  EXPECT_TRUE(run.outcome.result);
-  std::vector<std::string> details;
-  for (const std::string& message : run.Messages())
-    if (message.rfind("AddInfo: ", 0) == 0) details.push_back(message);
-  ASSERT_EQ(details.size(), 5u);
-  EXPECT_THAT(details[0], ::testing::StartsWith("AddInfo: - Anagrafica Errore 335544569 "));
-  EXPECT_THAT(details[1], ::testing::EndsWith("non validi (Almeno uno di questi dati è necessario)"));
-  EXPECT_EQ(details[2], "AddInfo: GALLO TERESA - Diagnosi Errore 5 Chiamata di routine o argomento non validi");
-  EXPECT_EQ(details[3], "AddInfo: RICCI PAOLO - Prescrizioni Libere Errore 94 Utilizzo non valido di Null");
-  EXPECT_EQ(details[4], "AddInfo: ROMANO ELENA - Prescrizioni Farmaceutiche Errore 13 Tipo non corrispondente");
-  EXPECT_EQ(run.outcome.patients_err, 5);
-  for (const char* store : {"Ricette", "PrescrizioneLibera", "PrescrizioneFarmaci", "PrescrizioneEsami"})
-    EXPECT_GT(run.outcome.records_per_store[store], 10) << store;
 }
 
 }  // namespace
