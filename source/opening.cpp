@@ -115,6 +115,9 @@ std::optional<Ods> ReadHeaderPage(std::string_view bytes) {
   return ods;
 }
 
+namespace {
+
+// The Firebird versions that write an ODS: "Firebird 2.5" for 11.2.
 std::string WritersOf(unsigned major, unsigned minor) {
   switch (major) {
     case 10:
@@ -129,6 +132,8 @@ std::string WritersOf(unsigned major, unsigned minor) {
       return major < 10 ? "un programma anteriore a Firebird" : "una versione di Firebird successiva alla 5.0";
   }
 }
+
+}  // namespace
 
 FileCheck CheckFile(const std::string& path) {
   FileCheck check;

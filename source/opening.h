@@ -41,9 +41,6 @@ inline constexpr unsigned kEngineOdsMinor = 0;
 // page size that no database has).
 std::optional<Ods> ReadHeaderPage(std::string_view first_bytes);
 
-// The Firebird versions that write an ODS: "Firebird 2.5" for 11.2.
-std::string WritersOf(unsigned major, unsigned minor);
-
 // True for a database text that names a file on this machine (embedded),
 // false for "host:path", "host/port:path" and the URL forms, which a server
 // opens. On Windows a drive letter's ":" ("C:\Ambulor\GX_USER.FDB") is

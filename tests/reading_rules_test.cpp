@@ -19,17 +19,10 @@
 
 namespace {
 
+using fixture::FailureOf;
+
 using host::Date;
 using host::Value;
-
-int FailureNumberOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const host::Failure& failure) {
-    return failure.number();
-  }
-  return 0;
-}
 
 TEST(TextOf, EveryValueTypeBecomesText) {
   const std::pair<Value, const char*> cases[] = {
@@ -44,7 +37,7 @@ TEST(TextOf, EveryValueTypeBecomesText) {
       {Value(Date{2019, 12, 31, 8, 5, 0}), "31/12/2019 08:05:00"},
       {Value::Bytes({'a', 0xE8}), "a\xC3\xA8"}};
   for (const auto& [value, text] : cases) EXPECT_EQ(cnv::TextOf(value), text) << text;
-  EXPECT_EQ(FailureNumberOf([] { cnv::TextOf(Value(host::ObjectRef())); }), host::failures::kTypeMismatch);
+  EXPECT_EQ(FailureOf([] { cnv::TextOf(Value(host::ObjectRef())); }), host::failures::kTypeMismatch);
 }
 
 TEST(NumberText, PlainDecimalsUpToFifteenDigitsThenTheExponent) {
@@ -99,7 +92,7 @@ TEST(NumberOf, LongestNumericBeginning) {
   for (const auto& [value, number] : cases) EXPECT_EQ(cnv::NumberOf(value), number) << cnv::TextOf(value);
   // Digits beyond a double's range overflow; as many after the period are
   // just a long fraction.
-  EXPECT_EQ(FailureNumberOf([] { cnv::NumberOf(Value(std::string(400, '9'))); }), host::failures::kOverflow);
+  EXPECT_EQ(FailureOf([] { cnv::NumberOf(Value(std::string(400, '9'))); }), host::failures::kOverflow);
   EXPECT_EQ(cnv::NumberOf(Value("0." + std::string(400, '9'))), 1);
 }
 
@@ -113,7 +106,7 @@ TEST(BytesOf, BinaryTextAndNull) {
   EXPECT_EQ(held.bytes(), (std::vector<uint8_t>{0x1F, 0x8B, 0x08, 0x00}));
   EXPECT_EQ(cnv::BytesOf(Value("ab")), Value::Bytes({'a', 'b'}));
   EXPECT_EQ(cnv::BytesOf(Value::Null()), Value::Bytes({}));
-  EXPECT_EQ(FailureNumberOf([] { cnv::BytesOf(Value(1.5)); }), host::failures::kTypeMismatch);
+  EXPECT_EQ(FailureOf([] { cnv::BytesOf(Value(1.5)); }), host::failures::kTypeMismatch);
   // Copies compare by content; a value moved from holds none.
   Value moved = Value::Bytes({1, 2});
   const Value taken = std::move(moved);
@@ -126,7 +119,7 @@ TEST(Percentuale, RoundsToFourDecimalsThenFloors) {
   EXPECT_EQ(cnv::Percentuale(1999, 2000), 99);
   // 0.99996 rounds to 1.0000 at four decimals before the floor.
   EXPECT_EQ(cnv::Percentuale(24999, 25000), 100);
-  EXPECT_EQ(FailureNumberOf([] { cnv::Percentuale(1, 0); }), host::failures::kDivisionByZero);
+  EXPECT_EQ(FailureOf([] { cnv::Percentuale(1, 0); }), host::failures::kDivisionByZero);
 }
 
 TEST(EsisteFile, EmptyFilesCountBlanksAndFoldersDoNot) {
@@ -232,15 +225,15 @@ TEST(KeyedList, KeysIgnoreCaseAndRefuseDuplicates) {
   list.Add("I12");
   EXPECT_TRUE(list.Contains("i12"));
   EXPECT_FALSE(list.Contains("I1"));
-  EXPECT_EQ(FailureNumberOf([&] { list.Add("i12"); }), host::failures::kDuplicateKey);
+  EXPECT_EQ(FailureOf([&] { list.Add("i12"); }), host::failures::kDuplicateKey);
 }
 
 TEST(Value, ConversionsAndTruth) {
   EXPECT_TRUE(cnv::IsTrue(Value::I16(-1)));
   EXPECT_FALSE(cnv::IsTrue(Value::I16(1)));
   EXPECT_FALSE(cnv::IsTrue(Value("True")));
-  EXPECT_EQ(FailureNumberOf([] { host::TruthOf(Value::Null()); }), host::failures::kInvalidUseOfNull);
-  EXPECT_EQ(FailureNumberOf([] { host::Get(Value("x"), "Salva"); }), host::failures::kObjectRequired);
+  EXPECT_EQ(FailureOf([] { host::TruthOf(Value::Null()); }), host::failures::kInvalidUseOfNull);
+  EXPECT_EQ(FailureOf([] { host::Get(Value("x"), "Salva"); }), host::failures::kObjectRequired);
   EXPECT_FALSE(host::DateOf(Value(Date{2013, 2, 29})).has_value());
   // Only A to Z fold: accented letters (UTF-8 bytes) compare as they are,
   // and names order as their lower case does ("_" before "a").

@@ -24,6 +24,8 @@
 
 namespace {
 
+using fixture::FailureOf;
+
 namespace fs = std::filesystem;
 using nlohmann::json;
 using Script = std::function<bool(const host::Value& iface)>;
@@ -32,16 +34,6 @@ using Table = std::vector<std::vector<std::string>>;
 json Typed(const char* type, json value) { return {{"type", type}, {"value", std::move(value)}}; }
 bool Nothing(const host::Value&) { return true; }
 bool Refuse(const host::Value&) { return false; }
-
-// The number of the failure that call raised, 0 when it raised none.
-int32_t FailureOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const host::Failure& failure) {
-    return failure.number();
-  }
-  return 0;
-}
 
 class FakeConversione : public host::Object {
  public:

@@ -9,6 +9,7 @@
 #include <sqlite3.h>
 #include <zlib.h>
 
+#include "host/failure.h"
 #include "plugin/Conversione.h"
 
 namespace fixture {
@@ -139,6 +140,15 @@ std::vector<std::vector<std::string>> ArchiveRows(const std::string& file, const
   }
   sqlite3_close(db);
   return rows;
+}
+
+int32_t FailureOf(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const host::Failure& failure) {
+    return failure.number();
+  }
+  return 0;
 }
 
 json Text(const std::string& s) { return {{"type", "text"}, {"value", s}}; }

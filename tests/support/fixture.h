@@ -4,7 +4,9 @@
 // the host's trace.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -70,6 +72,9 @@ Run Convert(const std::string& user_path, refhost::ConvertOptions options = {});
 // Null); none when the file or the query can't be opened. The file is opened
 // for writing, so that a log that a killed run left is taken in.
 std::vector<std::vector<std::string>> ArchiveRows(const std::string& file, const std::string& sql);
+
+// The number of the host::Failure that call raised, 0 when it raised none.
+int32_t FailureOf(const std::function<void()>& call);
 
 // A typed value as the trace writes it.
 json Text(const std::string& s);
