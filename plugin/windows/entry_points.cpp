@@ -3,7 +3,10 @@
 #include <windows.h>
 
 #include <string>
+#include <utility>
 
+#include "host/value.h"
+#include "plugin/modConversione.h"
 #include "plugin/windows/conversione_dispatch.h"
 #include "plugin/windows/registration.h"
 #include "plugin/windows/server.h"
@@ -36,11 +39,16 @@ std::wstring LibraryPath() {
 
 extern "C" {
 
-BOOL WINAPI DllMain(HINSTANCE library, DWORD reason, LPVOID) {
+// The host's Interface, kept from the last Converti, is released when the
+// library is unloaded. When the process is ending instead, the host's code
+// may already be gone: the reference is left held, never released.
+BOOL WINAPI DllMain(HINSTANCE library, DWORD reason, LPVOID reserved) {
   if (reason == DLL_PROCESS_ATTACH) {
     this_library = library;
     DisableThreadLibraryCalls(library);
   }
+  if (reason == DLL_PROCESS_DETACH && reserved != nullptr)
+    new host::Value(std::exchange(cnv::InterfaceCorrente(), host::Value()));
   return TRUE;
 }
 
