@@ -7,9 +7,7 @@
 #include <gtest/gtest.h>
 #include <ibase.h>
 #include <sqlite3.h>
-#include <zlib.h>
 
-#include "host/failure.h"
 #include "plugin/Conversione.h"
 
 namespace fixture {
@@ -36,22 +34,6 @@ TempDir::~TempDir() {
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
 }
-
-std::vector<uint8_t> Gzip(const std::vector<uint8_t>& content) {
-  z_stream stream{};
-  deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY);
-  std::vector<uint8_t> out(deflateBound(&stream, content.size()) + 32);
-  stream.next_in = const_cast<Bytef*>(content.data());
-  stream.avail_in = static_cast<uInt>(content.size());
-  stream.next_out = out.data();
-  stream.avail_out = static_cast<uInt>(out.size());
-  deflate(&stream, Z_FINISH);
-  out.resize(stream.total_out);
-  deflateEnd(&stream);
-  return out;
-}
-
-std::vector<uint8_t> Gzip(const std::string& content) { return Gzip(std::vector<uint8_t>(content.begin(), content.end())); }
 
 void SetColumn(sample::Row& row, const std::string& column, const host::Value& value) {
   auto same = std::find_if(row.begin(), row.end(), [&](const auto& c) { return c.first == column; });
@@ -140,15 +122,6 @@ std::vector<std::vector<std::string>> ArchiveRows(const std::string& file, const
   }
   sqlite3_close(db);
   return rows;
-}
-
-int32_t FailureOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const host::Failure& failure) {
-    return failure.number();
-  }
-  return 0;
 }
 
 json Text(const std::string& s) { return {{"type", "text"}, {"value", s}}; }

@@ -4,15 +4,15 @@
 // the host's trace.
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
+#include "support/failure_of.h"
+#include "support/gzip.h"
 #include "tools/ambulor-sample/sample.h"
 #include "tools/kairon-convert/reference_host.h"
 
@@ -35,10 +35,6 @@ class TempDir {
 // Gives the column of row the value, in its place if the row has it, else
 // at the end.
 void SetColumn(sample::Row& row, const std::string& column, const host::Value& value);
-
-// content as one gzip stream, compressed at the best level.
-std::vector<uint8_t> Gzip(const std::vector<uint8_t>& content);
-std::vector<uint8_t> Gzip(const std::string& content);
 
 // A PAZIENTI row that the host accepts (tax code, birth date, card) with the
 // given key and surname; extra columns are added or override.
@@ -72,9 +68,6 @@ Run Convert(const std::string& user_path, refhost::ConvertOptions options = {});
 // Null); none when the file or the query can't be opened. The file is opened
 // for writing, so that a log that a killed run left is taken in.
 std::vector<std::vector<std::string>> ArchiveRows(const std::string& file, const std::string& sql);
-
-// The number of the host::Failure that call raised, 0 when it raised none.
-int32_t FailureOf(const std::function<void()>& call);
 
 // A typed value as the trace writes it.
 json Text(const std::string& s);

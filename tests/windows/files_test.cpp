@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <winioctl.h>
-#include <zlib.h>
 
 #include <cstring>
 #include <filesystem>
@@ -21,11 +20,14 @@
 #include "host/failure.h"
 #include "plugin/local_system.h"
 #include "plugin/modConversione.h"
+#include "tests/support/failure_of.h"
+#include "tests/support/gzip.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using cnv::filing::TempFolder;
+using fixture::Gzip;
 
 fs::path U8(const std::string& utf8) { return fs::path(std::u8string(utf8.begin(), utf8.end())); }
 
@@ -40,29 +42,6 @@ std::string Content(const fs::path& file) {
 }
 
 std::vector<uint8_t> Bytes(std::string_view text) { return std::vector<uint8_t>(text.begin(), text.end()); }
-
-std::vector<uint8_t> Gzip(std::string_view text) {
-  z_stream stream{};
-  deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, 16 + MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
-  std::vector<uint8_t> out(deflateBound(&stream, static_cast<uLong>(text.size())) + 32);
-  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
-  stream.avail_in = static_cast<uInt>(text.size());
-  stream.next_out = out.data();
-  stream.avail_out = static_cast<uInt>(out.size());
-  deflate(&stream, Z_FINISH);
-  out.resize(stream.total_out);
-  deflateEnd(&stream);
-  return out;
-}
-
-int FailureNumberOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const host::Failure& failure) {
-    return failure.number();
-  }
-  return 0;
-}
 
 // The host's Interface and patient in one object of the test's own: its
 // framework and Files are itself, and it keeps each call with its first
@@ -144,9 +123,9 @@ TEST_F(WindowsFiling, NamesWindowsCantTakeAreTheFailedWriteWithoutACallOfTheHost
   TempFolder folder(Utf8Of(dir));
   for (const std::string& name : names) {
     EXPECT_FALSE(cnv::filing::IsFileName(name)) << name;
-    EXPECT_EQ(FailureNumberOf([&] { folder.Write(name, Bytes("x")); }), cnv::filing::kBadFileName) << name;
+    EXPECT_EQ(fixture::FailureOf([&] { folder.Write(name, Bytes("x")); }), cnv::filing::kBadFileName) << name;
     host::Value id = "invariato";
-    EXPECT_EQ(FailureNumberOf([&] { cnv::filing::File(folder, paziente, id, name, name, Bytes("testo")); }),
+    EXPECT_EQ(fixture::FailureOf([&] { cnv::filing::File(folder, paziente, id, name, name, Bytes("testo")); }),
               cnv::filing::kBadFileName)
         << name;
     EXPECT_FALSE(cnv::filing::File(folder, paziente, id, name, name, Gzip("compresso"))) << name;
@@ -200,7 +179,7 @@ TEST_F(WindowsFiling, WhatLiesAtTheNameIsReplacedAndNeverFollowed) {
 
     // A folder at the name stays, and the write is refused.
     fs::create_directory(dir / U8("cartella.rtf"));
-    EXPECT_EQ(FailureNumberOf([&] { folder.Write("cartella.rtf", Bytes("x")); }), cnv::filing::kPathAccessError);
+    EXPECT_EQ(fixture::FailureOf([&] { folder.Write("cartella.rtf", Bytes("x")); }), cnv::filing::kPathAccessError);
     EXPECT_TRUE(fs::is_directory(dir / U8("cartella.rtf")));
 
     // A symbolic link to a file outside, and a junction to the folder outside:
@@ -246,10 +225,10 @@ TEST_F(WindowsFiling, TheTemporaryFolderIsMadeOneLevel) {
   EXPECT_EQ(MakeFolder(Utf8Of(root / U8("manca") / U8("nuova"))), Failure::kPathNotFound);
   EXPECT_EQ(MakeFolder(Utf8Of(root / U8("a|b"))), Failure::kBadName);
 
-  EXPECT_EQ(FailureNumberOf([&] { TempFolder(Utf8Of(root / U8("manca"))).Write("a.rtf", Bytes("x")); }),
+  EXPECT_EQ(fixture::FailureOf([&] { TempFolder(Utf8Of(root / U8("manca"))).Write("a.rtf", Bytes("x")); }),
             cnv::filing::kPathNotFound);
   std::ofstream(root / U8("file")) << "x";
-  EXPECT_EQ(FailureNumberOf([&] { TempFolder(Utf8Of(root / U8("file"))).Write("a.rtf", Bytes("x")); }),
+  EXPECT_EQ(fixture::FailureOf([&] { TempFolder(Utf8Of(root / U8("file"))).Write("a.rtf", Bytes("x")); }),
             cnv::filing::kPathNotFound);
 }
 
