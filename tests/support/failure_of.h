@@ -1,9 +1,10 @@
-// The number of the host::Failure that a call raised, for tests of both
-// platforms.
+// What a call raised, for tests of both platforms.
 #pragma once
 
 #include <cstdint>
 #include <functional>
+
+#include <gtest/gtest.h>
 
 #include "host/failure.h"
 
@@ -17,6 +18,18 @@ inline int32_t FailureOf(const std::function<void()>& call) {
     return failure.number();
   }
   return 0;
+}
+
+// The failure that call raised, whatever it threw, as the plug-in's traps
+// take it; a test failure when it raised nothing.
+inline host::Failure FailureRaisedBy(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (...) {
+    return host::CurrentFailure();
+  }
+  ADD_FAILURE() << "nothing was raised";
+  return host::Failure(0, "");
 }
 
 }  // namespace fixture

@@ -8,9 +8,12 @@
 #include "host/failure.h"
 #include "host/windows/dispatch_object.h"
 #include "host/windows/variant.h"
+#include "tests/support/failure_of.h"
 #include "tests/windows/test_object.h"
 
 namespace {
+
+using fixture::FailureRaisedBy;
 
 using host::Arg;
 using host::Args;
@@ -20,17 +23,6 @@ using host::windows::FromVariant;
 using test::TestObject;
 
 Value Wrap(TestObject& object) { return Value(host::ObjectRef(std::make_shared<DispatchObject>(&object))); }
-
-template <typename Action>
-host::Failure FailureOf(Action action) {
-  try {
-    action();
-  } catch (...) {
-    return host::CurrentFailure();
-  }
-  ADD_FAILURE() << "nothing was raised";
-  return host::Failure(0, "");
-}
 
 // Each value is put into a property of the host's object, checked there as
 // the VARIANT a host reads, and read back as the value it was.
@@ -113,7 +105,7 @@ TEST(DispatchBridge, VariantsReadThroughReferencesAndOtherNumberTypes) {
   EXPECT_EQ(FromVariant(other), Value());
   other.vt = VT_ERROR;
   other.scode = E_FAIL;
-  EXPECT_EQ(FailureOf([&] { FromVariant(other); }).number(), 13);
+  EXPECT_EQ(FailureRaisedBy([&] { FromVariant(other); }).number(), 13);
   VARIANT null_text;
   null_text.vt = VT_BSTR;
   null_text.bstrVal = nullptr;
@@ -203,7 +195,7 @@ TEST(DispatchBridge, FailuresOfTheHostKeepANumberAndDescription) {
     Value target = Wrap(host_object);
     auto failure = [&](const char* member) {
       // An object among the arguments is released also when the call fails.
-      return FailureOf([&] { host::Call(target, member, {target}); });
+      return FailureRaisedBy([&] { host::Call(target, member, {target}); });
     };
     host::Failure own = failure("Bloccato");
     EXPECT_EQ(own.number(), 1234);

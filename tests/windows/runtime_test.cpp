@@ -15,8 +15,11 @@
 #include <vector>
 
 #include "host/failure.h"
+#include "tests/support/failure_of.h"
 
 namespace {
+
+using fixture::FailureRaisedBy;
 
 // The reader loads each column at its offset in the message buffer as one of
 // these; on Windows, where long is 32 bits also for 64-bit programs, a
@@ -26,35 +29,25 @@ static_assert(sizeof(ISC_DATE) == 4 && sizeof(ISC_TIME) == 4 && sizeof(ISC_TIMES
 static_assert(sizeof(ISC_QUAD) == 8 && sizeof(FB_BOOLEAN) == 1);
 static_assert(sizeof(ISC_STATUS) == sizeof(void*));
 
-host::Failure FailureOf(void (*raise)()) {
-  try {
-    raise();
-  } catch (...) {
-    return host::CurrentFailure();
-  }
-  ADD_FAILURE() << "nothing was thrown";
-  return host::Failure(0, "");
-}
-
 TEST(WindowsRuntime, FailuresKeepTheirNumberAndDescriptionThroughTheRuntime) {
-  host::Failure raised = FailureOf([] { host::failures::Raise(host::failures::kMemberNotSupported); });
+  host::Failure raised = FailureRaisedBy([] { host::failures::Raise(host::failures::kMemberNotSupported); });
   EXPECT_EQ(raised.number(), 438);
   EXPECT_EQ(raised.description(), "Propriet\xC3\xA0 o metodo non supportati dall'oggetto");
 
-  host::Failure user = FailureOf([] { host::failures::Raise(1234); });
+  host::Failure user = FailureRaisedBy([] { host::failures::Raise(1234); });
   EXPECT_EQ(user.number(), 1234);
   EXPECT_EQ(user.description(), "Errore definito dall'applicazione o dall'oggetto");
 
-  host::Failure library = FailureOf([] { throw std::out_of_range("vector"); });
+  host::Failure library = FailureRaisedBy([] { throw std::out_of_range("vector"); });
   EXPECT_EQ(library.number(), 51);
   EXPECT_EQ(library.description(), "Errore interno: vector");
 
-  host::Failure foreign = FailureOf([] { throw 3; });
+  host::Failure foreign = FailureRaisedBy([] { throw 3; });
   EXPECT_EQ(foreign.number(), 51);
 }
 
 TEST(WindowsRuntime, AnAllocationThatFailsIsOutOfMemoryNotAnAbort) {
-  host::Failure failure = FailureOf([] {
+  host::Failure failure = FailureRaisedBy([] {
     void* block = ::operator new(SIZE_MAX / 2);
     ::operator delete(block);
   });
